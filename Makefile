@@ -1,0 +1,79 @@
+# The front door. Every target sees to the packages it needs, configures the CMake preset of its
+# name, builds it and, where the name says so, runs its tests.
+#
+#   make               build/linux: libTavrix32.so, libquern.a, tavrix, the tests
+#   make run           that, then the program on this project's own folder (same as scripts/run)
+#   make test          that, then the tests (same as scripts/test)
+#   make test-x86      the same tests as a 32-bit program
+#   make test-asan     the same tests under the address and undefined-behaviour sanitizers
+#   make windows       build/windows-x86: Tavrix32.dll, its import library, tavrix.exe, the tests
+#   make test-windows  those tests and a client of the DLL, under Wine
+#   make bench         every benchmark, beside what a user would pick instead
+#   make coverage      line and branch coverage of the tests, in build/coverage/report
+#   make fuzz          every fuzz target for FUZZ_SECONDS (60) each
+#   make lint          formatting and static analysis
+#   make install       to DESTDIR and PREFIX (/usr/local)
+#   make clean         away with build/
+
+FUZZ_SECONDS ?= 60
+PREFIX ?= /usr/local
+
+# $(call build,preset,components)
+define build
+@scripts/setup $(2)
+@cmake --preset $(1) -Wno-dev --log-level=WARNING
+@cmake --build --preset $(1)
+endef
+
+all: linux
+
+linux:
+	$(call build,linux,linux)
+
+run:
+	@scripts/run
+
+test:
+	@scripts/test
+
+test-x86:
+	$(call build,linux-x86,x86)
+	@ctest --preset linux-x86
+
+test-asan:
+	$(call build,asan,linux)
+	@ctest --preset asan
+
+windows:
+	$(call build,windows-x86,windows)
+
+test-windows: windows
+	@scripts/setup wine
+	@scripts/wine32 --setup
+	@ctest --preset windows-x86
+
+bench:
+	$(call build,bench,bench)
+	@scripts/bench
+
+coverage:
+	$(call build,coverage,coverage)
+	@ctest --preset coverage
+	@scripts/coverage
+
+fuzz:
+	$(call build,fuzz,fuzz)
+	@scripts/fuzz $(FUZZ_SECONDS)
+
+lint:
+	@scripts/setup lint
+	@cmake --preset linux -Wno-dev --log-level=WARNING
+	@scripts/lint
+
+install: linux
+	@cmake --install build/linux --prefix $(PREFIX)
+
+clean:
+	rm -rf build
+
+.PHONY: all linux run test test-x86 test-asan windows test-windows bench coverage fuzz lint install clean

@@ -1,0 +1,364 @@
+// The one seam to the operating system: the Win32 calls that the library is written against.
+//
+// On Windows this is <windows.h>. Elsewhere the same names are declared here and implemented under
+// platform/posix/, one file per family. What callers may rely on there:
+//
+//  - GetLastError is a variable of the layer's own, not errno. A call that succeeds leaves it alone
+//    unless its comment says otherwise; a call that fails sets the value that the real one sets.
+//  - Paths are texts of at most 259 bytes. '/' and '\\' both separate components; what the layer
+//    writes itself it writes with kPathSeparator. Longer names fail with
+//    ERROR_FILENAME_EXCED_RANGE.
+//  - Handles come from one table. A handle that is not open gives ERROR_INVALID_HANDLE.
+//
+// Below the twin declarations, for both homes, stands the little that <windows.h> lacks.
+#pragma once
+
+#ifdef _WIN32
+
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+//
+#include <commdlg.h>
+
+#else
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/openfilename.h"
+
+#define WINAPI
+
+using BYTE = uint8_t;
+using WORD = uint16_t;
+using DWORD = uint32_t;
+using LONG = int32_t;
+using UINT = uint32_t;
+using BOOL = int;
+using HANDLE = void*;
+using UINT_PTR = uintptr_t;
+using DWORD_PTR = uintptr_t;
+
+inline constexpr BOOL TRUE = 1;
+inline constexpr BOOL FALSE = 0;
+inline constexpr DWORD MAX_PATH = 260;  // bytes of a path, the terminator included
+inline constexpr DWORD INFINITE = 0xFFFFFFFF;
+inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~uintptr_t{0});
+
+// --- error ---------------------------------------------------------------------------------------
+
+inline constexpr DWORD ERROR_SUCCESS = 0;
+inline constexpr DWORD ERROR_INVALID_FUNCTION = 1;
+inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
+inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
+inline constexpr DWORD ERROR_TOO_MANY_OPEN_FILES = 4;
+inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
+inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
+inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
+inline constexpr DWORD ERROR_NO_MORE_FILES = 18;
+inline constexpr DWORD ERROR_WRITE_PROTECT = 19;
+inline constexpr DWORD ERROR_GEN_FAILURE = 31;
+inline constexpr DWORD ERROR_SHARING_VIOLATION = 32;
+inline constexpr DWORD ERROR_FILE_EXISTS = 80;
+inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+inline constexpr DWORD ERROR_DISK_FULL = 112;
+inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+inline constexpr DWORD ERROR_INVALID_NAME = 123;
+inline constexpr DWORD ERROR_DIR_NOT_EMPTY = 145;
+inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
+inline constexpr DWORD ERROR_BAD_EXE_FORMAT = 193;
+inline constexpr DWORD ERROR_ENVVAR_NOT_FOUND = 203;
+inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
+inline constexpr DWORD ERROR_DIRECTORY = 267;
+inline constexpr DWORD ERROR_INVALID_ADDRESS = 487;
+
+DWORD GetLastError();
+void SetLastError(DWORD code);
+
+// --- handle --------------------------------------------------------------------------------------
+
+// Closes a process, thread or (later) file handle. A process that still runs goes on.
+BOOL CloseHandle(HANDLE handle);
+
+// --- find ----------------------------------------------------------------------------------------
+
+inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x1;
+inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
+inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
+inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400;
+inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
+
+struct FILETIME {  // 100 ns units since 1601-01-01 UTC
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
+
+struct WIN32_FIND_DATAA {
+  DWORD dwFileAttributes;
+  FILETIME ftCreationTime;
+  FILETIME ftLastAccessTime;
+  FILETIME ftLastWriteTime;
+  DWORD nFileSizeHigh;
+  DWORD nFileSizeLow;
+  DWORD dwReserved0;
+  DWORD dwReserved1;
+  char cFileName[MAX_PATH];
+  char cAlternateFileName[14];  // always empty here
+};
+
+// Searches the directory part of `pattern` for names that match its last component: '*' and '?'
+// over whole names, case-blind by the bytes of the C locale in force, "*.*" is everything (the
+// finer rules of the real system, such as "a.*" finding "a", are told in platform/posix/match.h).
+// Without a wildcard every spelling of the name is found. "." and ".." come first where the pattern
+// matches them, in the root directory too, then the names in the case-blind order of the real file
+// system. The directory is read whole by the first call; an open search holds no descriptor.
+// Entries that vanish before they are handed out may be passed over.
+//
+// A file has the attribute 0x20, a directory 0x10, both plus 1 when nobody has the right to write
+// them; a link to a directory has 0x400 and not 0x10; dead links and names that no path can speak
+// (256 bytes and more, or with a '\\' in them) are left out.
+//
+// FindFirstFileA returns INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND when nothing matches (or
+// the last component is empty), ERROR_PATH_NOT_FOUND when the directory is missing,
+// ERROR_INVALID_NAME when it is missing and holds wildcards, ERROR_DIRECTORY when it is a file,
+// ERROR_ACCESS_DENIED when it cannot be read; FindNextFileA ends with ERROR_NO_MORE_FILES.
+HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data);
+BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data);
+BOOL FindClose(HANDLE search);
+
+// --- path ----------------------------------------------------------------------------------------
+
+inline constexpr UINT DRIVE_UNKNOWN = 0;
+inline constexpr UINT DRIVE_NO_ROOT_DIR = 1;
+inline constexpr UINT DRIVE_REMOVABLE = 2;
+inline constexpr UINT DRIVE_FIXED = 3;
+inline constexpr UINT DRIVE_REMOTE = 4;
+inline constexpr UINT DRIVE_CDROM = 5;
+inline constexpr UINT DRIVE_RAMDISK = 6;
+
+// Writes the absolute, normalized form of `name` to `buffer` (`size` bytes) and, when `filePart` is
+// not null, points it at the last component there (null when the path ends in a separator).
+// Lexical: nothing is looked up, names need not exist, links are not followed. A separator at the
+// end stays. Texts that begin with a drive ("C:") or a server name (two '\\') are no names of this
+// home and are left as they are; "//" is the root. Returns the length without the terminator; when
+// the buffer is too small, the size needed with it, and writes nothing; 0 on failure (an empty
+// name: ERROR_INVALID_NAME).
+DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePart);
+
+// The attributes as a search gives them, but a link to a directory, which the caller names itself
+// here, has 0x10 beside 0x400. INVALID_FILE_ATTRIBUTES with ERROR_FILE_NOT_FOUND when there is no
+// such name, ERROR_PATH_NOT_FOUND when a directory on the way is missing.
+DWORD GetFileAttributesA(const char* name);
+
+// The kind of the drive that holds the directory `root`; null means the current directory. The last
+// error is left alone.
+UINT GetDriveTypeA(const char* root);
+
+// --- process -------------------------------------------------------------------------------------
+
+inline constexpr DWORD NORMAL_PRIORITY_CLASS = 0x20;
+inline constexpr DWORD CREATE_NO_WINDOW = 0x08000000;
+inline constexpr DWORD WAIT_OBJECT_0 = 0;
+inline constexpr DWORD WAIT_TIMEOUT = 258;
+inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
+inline constexpr DWORD STILL_ACTIVE = 259;
+
+struct SECURITY_ATTRIBUTES {
+  DWORD nLength;
+  void* lpSecurityDescriptor;
+  BOOL bInheritHandle;
+};
+
+struct STARTUPINFOA {
+  DWORD cb;
+  char* lpReserved;
+  char* lpDesktop;
+  char* lpTitle;
+  DWORD dwX;
+  DWORD dwY;
+  DWORD dwXSize;
+  DWORD dwYSize;
+  DWORD dwXCountChars;
+  DWORD dwYCountChars;
+  DWORD dwFillAttribute;
+  DWORD dwFlags;
+  WORD wShowWindow;
+  WORD cbReserved2;
+  BYTE* lpReserved2;
+  HANDLE hStdInput;
+  HANDLE hStdOutput;
+  HANDLE hStdError;
+};
+
+struct PROCESS_INFORMATION {
+  HANDLE hProcess;
+  HANDLE hThread;
+  DWORD dwProcessId;
+  DWORD dwThreadId;
+};
+
+void GetStartupInfoA(STARTUPINFOA* info);
+
+// Starts the program that the first word of `commandLine` names, with the other words as its
+// arguments (split as the Windows runtime splits them; a program with a separator in its name is
+// taken as it is, others are searched along PATH). The child has the caller's environment, current
+// directory and standard streams; every descriptor above 2 is closed in it. `application`, the
+// security attributes, `inherit`, `flags`, `environment` and `directory` are accepted for the
+// caller's sake: the library passes null, null, null, FALSE, flags, null, null.
+//
+// FALSE with ERROR_FILE_NOT_FOUND for a missing program, ERROR_PATH_NOT_FOUND when its directory is
+// missing, ERROR_ACCESS_DENIED for a directory or a file without the right to execute it,
+// ERROR_BAD_EXE_FORMAT for a file that is no program. A thread handle costs a place in the handle
+// table and nothing else; it can be closed but not waited for.
+BOOL CreateProcessA(const char* application, char* commandLine, SECURITY_ATTRIBUTES* process,
+                    SECURITY_ATTRIBUTES* thread, BOOL inherit, DWORD flags, void* environment,
+                    const char* directory, STARTUPINFOA* startup, PROCESS_INFORMATION* information);
+
+// Waits for the end of a process. `milliseconds` may be INFINITE. WAIT_OBJECT_0, WAIT_TIMEOUT or
+// WAIT_FAILED. Works as well when the host program ignores SIGCHLD or waits for its children
+// itself.
+DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+
+// STILL_ACTIVE while the process runs; then its exit code, or 128 plus the signal that ended it; 0
+// when the host program keeps the layer from learning it (see WaitForSingleObject).
+BOOL GetExitCodeProcess(HANDLE process, DWORD* code);
+
+// --- environment ---------------------------------------------------------------------------------
+
+// Variable names are case-blind: the exact spelling first, then any other. "path", in any spelling,
+// reads and writes with ';' between its entries.
+//
+// Returns the length without the terminator; when `buffer` is too small, the size needed with it;
+// 0 with ERROR_ENVVAR_NOT_FOUND when there is no such variable; 0 and no change of the last error
+// when the variable is empty (callers that must tell set the last error to 0 first).
+DWORD GetEnvironmentVariableA(const char* name, char* buffer, DWORD size);
+
+// A null `value` removes the variable. A variable that exists in another spelling keeps it. FALSE
+// with ERROR_INVALID_PARAMETER for an empty name or one with a '=', ERROR_ENVVAR_NOT_FOUND when
+// there is nothing to remove.
+BOOL SetEnvironmentVariableA(const char* name, const char* value);
+
+// --- memory --------------------------------------------------------------------------------------
+
+// Nonzero when any of the bytes cannot be read (written). The memory is never touched: it is asked
+// about by system calls. A size of 0 is always good. IsBadStringPtrA looks at no more than `limit`
+// bytes and stops at a terminator.
+BOOL IsBadReadPtr(const void* block, UINT_PTR size);
+BOOL IsBadWritePtr(void* block, UINT_PTR size);
+BOOL IsBadStringPtrA(const char* text, UINT_PTR limit);
+
+// --- system facts --------------------------------------------------------------------------------
+
+inline constexpr DWORD VER_PLATFORM_WIN32_NT = 2;
+
+struct OSVERSIONINFOA {
+  DWORD dwOSVersionInfoSize;
+  DWORD dwMajorVersion;
+  DWORD dwMinorVersion;
+  DWORD dwBuildNumber;
+  DWORD dwPlatformId;
+  char szCSDVersion[128];
+};
+
+struct SYSTEM_INFO {
+  WORD wProcessorArchitecture;
+  WORD wReserved;
+  DWORD dwPageSize;
+  void* lpMinimumApplicationAddress;
+  void* lpMaximumApplicationAddress;
+  DWORD_PTR dwActiveProcessorMask;
+  DWORD dwNumberOfProcessors;
+  DWORD dwProcessorType;
+  DWORD dwAllocationGranularity;
+  WORD wProcessorLevel;
+  WORD wProcessorRevision;
+};
+
+// The version of the system's own kernel; the platform id is that of the NT family, whose calls
+// these are. FALSE with ERROR_INSUFFICIENT_BUFFER when the size field holds none of the record's
+// sizes.
+BOOL GetVersionExA(OSVERSIONINFOA* info);
+
+// Page size 4096 and allocation granularity 65536, whatever the machine has: the rules of the file
+// mapping are written for these.
+void GetSystemInfo(SYSTEM_INFO* info);
+
+// --- console -------------------------------------------------------------------------------------
+
+struct COORD {  // in cells
+  int16_t X;
+  int16_t Y;
+};
+
+struct SMALL_RECT {  // in cells, all four inside
+  int16_t Left;
+  int16_t Top;
+  int16_t Right;
+  int16_t Bottom;
+};
+
+struct CONSOLE_CURSOR_INFO {
+  DWORD dwSize;  // per cent of a cell
+  BOOL bVisible;
+};
+
+struct CONSOLE_SCREEN_BUFFER_INFO {
+  COORD dwSize;
+  COORD dwCursorPosition;
+  WORD wAttributes;
+  SMALL_RECT srWindow;
+  COORD dwMaximumWindowSize;
+};
+
+// --- dialog --------------------------------------------------------------------------------------
+
+inline constexpr DWORD CDERR_STRUCTSIZE = 1;
+inline constexpr DWORD CDERR_INITIALIZATION = 2;
+inline constexpr DWORD CDERR_MEMALLOCFAILURE = 9;
+inline constexpr DWORD FNERR_BUFFERTOOSMALL = 0x3003;
+
+// Asks for the name of a file to open: with the desktop's dialog (zenity or kdialog) under a
+// display, else with a prompt on the controlling terminal, else not at all (a cancel). Fills
+// lpstrFile, lpstrFileTitle, nFileOffset and nFileExtension and returns nonzero; 0 on cancel and on
+// failure.
+BOOL GetOpenFileNameA(OPENFILENAMEA* ofn);
+
+// Why the last dialog failed; 0 after a cancel. The dialog leaves the last error alone.
+DWORD CommDlgExtendedError();
+
+#endif
+
+// --- what <windows.h> lacks ----------------------------------------------------------------------
+
+// The separator that the library writes into paths and cuts paths back to. Both separators are
+// understood wherever a path is read.
+#ifdef _WIN32
+inline constexpr char kPathSeparator = '\\';
+#else
+inline constexpr char kPathSeparator = '/';
+#endif
+
+// FindFirstFileA for a caller that reads the names and the directory bit of the entries alone, and
+// with `directories` the directories alone (entries without the bit may come all the same). It
+// spares the POSIX layer a look at every file; sizes, times and the other attributes of the whole
+// search are then 0 there.
+#ifdef _WIN32
+inline HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool /*directories*/) {
+  return FindFirstFileA(pattern, data);
+}
+#else
+HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool directories);
+#endif
+
+// Bytes that the runtime's heap has given for a block of malloc or realloc, at least those asked for.
+#ifdef _WIN32
+inline size_t HeapBlockSize(void* block) { return _msize(block); }
+#else
+size_t HeapBlockSize(void* block);
+#endif

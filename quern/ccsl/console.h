@@ -1,0 +1,36 @@
+// The console object, an instance of class 'CSL'.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/win32.h"
+#include "quern/cmem/buffer.h"
+#include "quern/quern.h"
+
+namespace quern {
+
+inline constexpr uint32_t kCslTag = ClassTag("CSL");
+
+struct Console {
+  InstanceHeader header;
+  CONSOLE_CURSOR_INFO savedCursor;  // as found at first use
+  CONSOLE_SCREEN_BUFFER_INFO
+      savedScreen;   // likewise; its attribute is that of the cell at the cursor
+  HANDLE hOutput;    // standard output; null until first use
+  MemBuf bufExpand;  // the text of CslExpand
+};
+
+extern Console* CslCurrent;  // null until first use
+
+// Makes `console` (a console, zeroed memory for one, or null: allocated) the current console and
+// returns it. Null after raising 1000.
+Console* CslSelect(void* console);
+
+// Class procedure of 'CSL'.
+uint32_t CslClass(uintptr_t argument);
+
+// The current console, made on demand (and then marked INST_IMPLICIT); null when there is no memory
+// for one, with ErrLast set.
+Console* CslOnDemand();
+
+}  // namespace quern

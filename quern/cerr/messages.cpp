@@ -1,0 +1,190 @@
+// The built-in messages, and the texts that are made of them.
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/win32.h"
+#include "quern/cerr.h"
+#include "quern/cerr/texts.h"
+
+namespace quern {
+
+// In their stored order; the lookup is linear, so only the last place matters.
+const MessageRow kMessages[] = {
+    {1, "   Fatal error: No error handler is defined", 0x0000},
+    {4, "   Fatal error: Stack for errors exceeded limits", 0x0000},
+    {5, "Buffer range overflow", 0x0000},
+    {6, "Error-message-buffer overflow", 0x1000},
+    {2, "Windows returned no system message for this code 0x%08X", 0x1000},
+    {7, "Holy shit, this error should never happen (internal)", 0x0800},
+    {8, "Garbage collection removed %d instance(s) of class %s", 0x5000},
+    {3, "Out of memory", 0x5000},
+    {9, "Reference by illegal pointer 0x%08X", 0x5000},
+    {12, "Allocation error on memory object", 0x5000},
+    {13, "Missing memory object (internal)", 0x5000},
+    {10, "Object (%s) allocation exceeds maximum", 0x5000},
+    {11, "Object (%s) invalid or unknown id", 0x5000},
+    {18, "Missing argument %d (type=%s) in option '%s'", 0x0800},
+    {23, "Number of arguments %d exceeds size of stack", 0x0800},
+    {14, "Unknown sequence '%s' in option %d", 0x5000},
+    {20, "Unknown spcifier '%s' in option configuration %s", 0x5000},
+    {15, "Expected '%c' in parsing sequence %s", 0x5000},
+    {19, "Unknown delimiter '%.6s..' in option '%s'", 0x5000},
+    {16, "Numeric value of %s in %s is too big", 0x0800},
+    {17, "Number of value %s in %s exceeds limits", 0x0800},
+    {21, "Parser internal failure: missing interface function", 0x0800},
+    {22, "Parser internal failure: undefined symbol reference", 0x0800},
+    {24, "Could not create temporary file", 0x5000},
+    {25, "File could not be loaded into memory", 0x8000},
+    {26, "System failed to remap file in memory", 0x0800},
+    {27, "Failed to remap file at specified location", 0x8000},
+    {28, "File could'nt be removed from memory", 0x5000},
+    {29, "Illegal file-open-mode specified", 0x8000},
+    {30, "File is growing beyond it's limit (>%dkB)", 0x8000},
+    {31, "Failed to open %s", 0x8000},
+    {32, "Unknown command", 0x8000},
+    {33, "Currently unsupported value type", 0x8000},
+    {34, "Scanner %d. symbol '%s' has improper definition", 0x8000},
+    {36,
+     "Scanner %d. symbol '%s' is not writable - you MUST convert definition to uppercase or remove "
+     "name conflict with string constant",
+     0x8000},
+    {35, "Symbol '%d' is used but was never configured", 0x8000},
+    {37, "File is not an executable", 0x8000},
+    {38, "Not a PE file/module", 0x8000},
+    {0, "Missing or undefined error message", 0x0800},
+};
+
+namespace {
+
+constexpr char kModule[] = "cerr";
+
+constexpr uintptr_t kFirstUserCode = 39;  // codes below are looked up in the built-in table
+constexpr int kLongestText = 512;         // of a formatted message, its terminator included
+constexpr UINT_PTR kReadable = 1024;      // bytes of a pushed text that must be readable
+
+// A block that texts still point into, after the message buffer moved to a larger one.
+struct Retired {
+  char* block;
+  Retired* next;
+};
+Retired* retired;
+
+// The row of a code, or the terminating row.
+const MessageRow& Row(const MessageRow* table, uintptr_t code) {
+  while (table->code != code && table->code != 0) ++table;
+  return *table;
+}
+
+// Appends a text to the message buffer. Earlier texts stay where they are: a buffer that is too
+// small is retired whole and its contents copied to a new one. Null after raising what the buffer
+// raises.
+char* Keep(const char* text, uint32_t length) {
+  MemBuf* buf = &ErrCurrent->bufText;
+  if (buf->pData && uint64_t{buf->nSize} + length + 4 > buf->nAlloc) {
+    auto* note = static_cast<Retired*>(malloc(sizeof(Retired)));
+    MemBuf larger = {buf->nAlign, 0, 0, nullptr};
+    if (!note) return ErrRaise(kModule, 246, 2), nullptr;
+    if (!MemBufSet(&larger, nullptr, buf->nSize + length)) {
+      free(note);
+      return nullptr;
+    }
+    memcpy(larger.pData, buf->pData, buf->nSize);
+    larger.nSize = buf->nSize;
+    *note = {buf->pData, retired};
+    retired = note;
+    *buf = larger;
+  }
+  return MemBufAdd(buf, text, length);
+}
+
+[[noreturn]] void Overflow(const char* format, va_list arguments, int length) {
+  // The arguments may be texts of the buffer that the report is about to clear.
+  auto* text = static_cast<char*>(malloc(static_cast<size_t>(length)));
+  if (text) vsnprintf(text, static_cast<size_t>(length), format, arguments);
+  ErrRaiseText(kModule, 234, ERR_LIBRARY | 1, 6);
+  if (text) printf("%.*s", length, text);
+  fflush(stdout);
+  ErrExit(ErrLast);
+}
+
+const char* FormatList(uintptr_t codeOrFormat, va_list arguments) {
+  if (!ErrCurrent) ErrRequireStack();
+  const MessageRow* table = nullptr;
+  if (ErrCurrent->nPending & ERR_LIBRARY) {
+    if (codeOrFormat < kFirstUserCode) table = kMessages;
+  } else if (codeOrFormat <= ErrCurrent->nHighest) {
+    table = ErrCurrent->pTable;
+  }
+  const char* format = reinterpret_cast<const char*>(codeOrFormat);
+  if (table) {
+    const MessageRow& row = Row(table, codeOrFormat);
+    format = row.text;
+    ErrCurrent->nPending |= row.flags;
+  } else if (IsBadStringPtrA(format, kReadable)) {
+    return nullptr;
+  }
+  if (!strchr(format, '%')) return format;
+  va_list again;
+  va_copy(again, arguments);
+  char text[kLongestText];
+  int length = vsnprintf(text, sizeof text, format, arguments) + 1;
+  if (length >= kLongestText) Overflow(format, again, length);
+  va_end(again);
+  return Keep(text, static_cast<uint32_t>(length));
+}
+
+}  // namespace
+
+int32_t ErrPushText(uint32_t flags, uintptr_t codeOrText) {
+  ErrRequireStack();
+  uintptr_t text = codeOrText;
+  const MessageRow* table = nullptr;
+  if (codeOrText <= ErrCurrent->nHighest)
+    table = codeOrText >= kFirstUserCode ? ErrCurrent->pTable : kMessages;
+  if (table) {
+    const MessageRow& row = Row(table, codeOrText);
+    flags |= row.flags;
+    text = reinterpret_cast<uintptr_t>(row.text);
+    if (row.code == 0) text = reinterpret_cast<uintptr_t>(ErrFormat(text, codeOrText));
+  }
+  if (IsBadStringPtrA(reinterpret_cast<const char*>(text), kReadable)) {
+    const char* replaced = ErrText(9, static_cast<uint32_t>(text));
+    text = reinterpret_cast<uintptr_t>(replaced ? replaced : Row(kMessages, 9).text);
+  }
+  return ErrPushEntry(flags | ERR_TEXT, text);
+}
+
+const char* ErrTextList(uint32_t code, va_list arguments) {
+  if (!ErrCurrent) ErrRequireStack();
+  ErrCurrent->nPending |= ERR_LIBRARY;
+  return FormatList(code, arguments);
+}
+
+const char* ErrText(uint32_t code, ...) {
+  va_list arguments;
+  va_start(arguments, code);
+  const char* text = ErrTextList(code, arguments);
+  va_end(arguments);
+  return text;
+}
+
+const char* ErrFormat(uintptr_t codeOrFormat, ...) {
+  va_list arguments;
+  va_start(arguments, codeOrFormat);
+  const char* text = FormatList(codeOrFormat, arguments);
+  va_end(arguments);
+  return text;
+}
+
+void ErrFreeRetired() {
+  while (retired) {
+    Retired* note = retired;
+    retired = note->next;
+    free(note->block);
+    free(note);
+  }
+}
+
+}  // namespace quern

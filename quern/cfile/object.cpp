@@ -1,0 +1,7 @@
+#include "quern/cfile/object.h"
+
+namespace quern {
+
+FileObject* CurrentFile;
+
+}  // namespace quern

@@ -1,0 +1,250 @@
+// Growable buffers: sizes, contents and blocks against a plain model, and every way to fail.
+
+#include "quern/cmem/buffer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "quern/cerr.h"
+#include "tests/support/alloc.h"
+#include "tests/support/trail.h"
+
+namespace quern {
+namespace {
+
+using tavrix_test::AllocationFault;
+using tavrix_test::ClearedTrail;
+
+uint32_t Granules(uint32_t n, uint32_t granule) {
+  if (granule == 0) granule = 1;
+  return (n + granule - 1) / granule * granule;
+}
+
+// What a record must be after any sequence of calls.
+struct Model {
+  std::string bytes;
+  uint32_t alloc = 0;
+  void Grow(uint32_t size, uint32_t granule) {
+    alloc = std::max(alloc, Granules(size + 4, granule));
+  }
+};
+
+void ExpectEqual(const MemBuf& buf, const Model& model) {
+  ASSERT_EQ(buf.nSize, model.bytes.size());
+  ASSERT_EQ(buf.nAlloc, model.alloc);
+  ASSERT_EQ(std::string(buf.pData, buf.nSize + 4), model.bytes + std::string(4, '\0'));
+}
+
+TEST(Buffer, AgreesWithAModelOverRandomEdits) {
+  std::mt19937 random(20010305);
+  auto below = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
+  for (int round = 0; round < 300; ++round) {
+    uint32_t granule = (const uint32_t[]){0, 1, 3, 16, 128, 1000}[below(6)];
+    MemBuf buf = {granule, 0, 0, nullptr};
+    Model model;
+    ASSERT_NE(MemBufSet(&buf, "start", 5), nullptr);
+    model.bytes = "start";
+    model.Grow(5, granule);
+    for (int step = 0; step < 60; ++step) {
+      std::string text(below(40), '\0');
+      for (char& c : text) c = static_cast<char>(random());
+      const char* src = text.data();
+      uint32_t count = static_cast<uint32_t>(text.size());
+      bool inside = below(4) == 0 && buf.nSize > 0;
+      uint32_t from = inside ? below(buf.nSize) : 0;
+      if (inside) {  // the source is a part of the contents
+        count = below(buf.nSize - from + 1);
+        text = model.bytes.substr(from, count);
+        src = buf.pData + from;
+      }
+      switch (below(4)) {
+        case 0:
+          ASSERT_NE(MemBufSet(&buf, src, count), nullptr);
+          model.bytes = text;
+          break;
+        case 1: {
+          const char* added = MemBufAdd(&buf, src, count);
+          ASSERT_EQ(added, buf.pData + model.bytes.size());
+        }
+          model.bytes += text;
+          break;
+        case 2: {
+          uint32_t cut = below(buf.nSize + 1);
+          ASSERT_NE(MemBufSet(&buf, nullptr, cut), nullptr);
+          model.bytes.resize(cut);
+          break;
+        }
+        case 3: {
+          uint32_t at = below(buf.nSize + 1);
+          uint32_t del = inside ? 0 : below(10);
+          if (inside && from + count > at) break;  // its bytes move while they are inserted
+          const char* edit = MemBufSplice(&buf, buf.pData + at, del, src, count);
+          ASSERT_EQ(edit, buf.pData + at);
+          model.bytes.replace(at, del, text);
+          break;
+        }
+      }
+      model.Grow(static_cast<uint32_t>(model.bytes.size()), granule);
+      ExpectEqual(buf, model);
+    }
+    MemBufFree(&buf);
+    EXPECT_EQ(buf.nAlloc + buf.nSize, 0u);
+    EXPECT_EQ(buf.nAlign, granule);
+  }
+  EXPECT_EQ(ErrLast, 0);
+}
+
+TEST(Buffer, SourceWithinTheBlockSurvivesAnEditAcrossIt) {
+  MemBuf buf = {1, 0, 0, nullptr};
+  MemBufSet(&buf, "abcdef", 6);
+  EXPECT_STREQ(MemBufSet(&buf, buf.pData + 2, 3), "cde");  // the terminator falls on the source
+  MemBufSet(&buf, "abc", 3);
+  for (int i = 0; i < 10; ++i) MemBufAdd(&buf, buf.pData, buf.nSize);  // the block moves
+  EXPECT_EQ(buf.nSize, 3u << 10);
+  EXPECT_EQ(memcmp(buf.pData + buf.nSize - 3, "abc", 3), 0);
+  MemBufFree(&buf);
+}
+
+TEST(Buffer, FirstAllocationIsZeroAndStaleSizesDoNotMatter) {
+  MemBuf buf = {16, 0, 0, nullptr};
+  char* added = MemBufAdd(&buf, nullptr, 10);
+  ASSERT_EQ(added, buf.pData);
+  EXPECT_EQ(std::string(added, 14), std::string(14, '\0'));
+  char* taken = MemBufTake(&buf);
+  EXPECT_EQ(taken, added);
+  EXPECT_EQ(buf.nAlloc, 16u);  // stale, and not trusted
+  EXPECT_EQ(MemBufTake(&buf), nullptr);
+  EXPECT_STREQ(MemBufSet(&buf, "a longer text than before", 25), "a longer text than before");
+  free(taken);
+  MemBufFree(&buf);
+  MemBufFree(&buf);
+  MemBufFree(nullptr);
+}
+
+TEST(Buffer, RawBlocks) {
+  EXPECT_EQ(MemAlign(0, 0), 1u);
+  EXPECT_EQ(MemAlign(5, 0), 5u);
+  EXPECT_EQ(MemAlign(0, 16), 16u);
+  EXPECT_EQ(MemAlign(16, 16), 16u);
+  EXPECT_EQ(MemAlign(17, 16), 32u);
+  EXPECT_EQ(MemAlign(0x80000000, 16), static_cast<uint32_t>(-0x7FFFFFF1 / 16 * 16));  // signed
+  EXPECT_EQ(MemAlign(0x80000002, 0xFFFFFFFF), 0x80000000u);
+  char* block = static_cast<char*>(MemResize(nullptr, 5, 0, 8));
+  EXPECT_EQ(std::string(block, 8), std::string(8, '\0'));
+  EXPECT_EQ(MemResize(block, 8, 5, 8), block);  // the granule has room
+  memcpy(block, "12345678", 8);
+  char* added = static_cast<char*>(MemExtend(block, 4, 8, 8));
+  EXPECT_EQ(std::string(added - 8, 12), "123456781234");  // the copy is of the block's start
+  free(added - 8);
+  added = static_cast<char*>(MemExtend(nullptr, 4, 3, 8));
+  EXPECT_EQ(std::string(added, 4), std::string(4, '\0'));
+  free(added - 3);
+}
+
+TEST(Buffer, SpliceOutsideIsQuiet) {
+  MemBuf buf = {8, 0, 0, nullptr};
+  MemBufSet(&buf, "abc", 3);
+  EXPECT_EQ(MemBufSplice(&buf, buf.pData + 4, 1, "x", 1), nullptr);
+  EXPECT_EQ(MemBufSplice(&buf, buf.pData - 1, 1, "x", 1), nullptr);
+  EXPECT_EQ(MemBufSplice(&buf, buf.pData + 1, 99, nullptr, 7), buf.pData + 1);
+  EXPECT_STREQ(buf.pData, "a");
+  MemBuf empty = {8, 0, 0, nullptr};
+  EXPECT_EQ(MemBufSplice(&empty, nullptr, 5, nullptr, 0), nullptr);
+  EXPECT_STREQ(MemBufSplice(&empty, nullptr, 0, "xy", 2), "xy");
+  EXPECT_EQ(ErrCurrent, nullptr);  // nothing was raised
+  MemBufFree(&buf);
+  MemBufFree(&empty);
+}
+
+char* Forward(MemBuf* buf, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  char* text = MemBufPrintf(buf, kMemArgList, format, &arguments);
+  va_end(arguments);
+  return text;
+}
+
+TEST(Buffer, PrintfTriesNineCapacities) {
+  for (uint32_t length = 0; length <= 170; ++length) {
+    MemBuf buf = {16, 0, 0, nullptr};
+    std::string wanted(length, 'x');
+    char* text = Forward(&buf, "%s", wanted.c_str());
+    if (length <= 160) {
+      ASSERT_NE(text, nullptr) << length;
+      EXPECT_EQ(std::string(text, buf.nSize), wanted);
+      EXPECT_EQ(buf.nAlloc, std::max(32u, Granules(length, 16))) << length;
+    } else {
+      EXPECT_EQ(text, nullptr) << length;
+      EXPECT_EQ(ErrLine, 537);
+      EXPECT_EQ(ClearedTrail(), "01");
+    }
+    MemBufFree(&buf);
+  }
+  MemBuf none = {0, 0, 0, nullptr};
+  EXPECT_EQ(memcmp(MemBufPrintf(&none, "%s", "four"), "four", 4), 0);
+  EXPECT_EQ(none.nSize, 4u);
+  EXPECT_EQ(none.nAlloc, 4u);
+  EXPECT_EQ(MemBufPrintf(&none, "%s", "fives"), nullptr);
+  EXPECT_EQ(ClearedTrail(), "01");
+  MemBufSplice(&none, none.pData + none.nSize, 0, "!", 1);  // moves a terminator that is not there
+  MemBufFree(&none);
+}
+
+TEST(Buffer, FailuresRaiseAndLeaveTheRecord) {
+  EXPECT_EQ(MemBufSet(nullptr, "a", 1), nullptr);
+  EXPECT_EQ(ErrLine, 424);
+  EXPECT_EQ(MemBufAdd(nullptr, "a", 1), nullptr);
+  EXPECT_EQ(ErrLine, 457);
+  EXPECT_EQ(MemBufSplice(nullptr, "a", 1, "b", 1), nullptr);
+  EXPECT_EQ(ErrLine, 474);
+  EXPECT_EQ(ClearedTrail(), "01.01.01");
+
+  MemBuf buf = {8, 0, 0, nullptr};
+  {
+    AllocationFault fault(1);
+    EXPECT_EQ(MemBufAdd(&buf, "abc", 3), nullptr);
+  }
+  EXPECT_EQ(ErrLine, 460);
+  EXPECT_EQ(ClearedTrail(), "02.01");
+  MemBufSet(&buf, "abc", 3);
+  {
+    AllocationFault fault(1, 1);
+    EXPECT_EQ(MemBufSplice(&buf, buf.pData + 1, 1, "0123456789", 10), nullptr);
+  }
+  EXPECT_EQ(ErrLine, 486);
+  EXPECT_EQ(ClearedTrail(), "02.02.02");
+  EXPECT_STREQ(buf.pData, "ac");
+  EXPECT_EQ(MemBufSet(&buf, nullptr, 0x7FFFFFFC), nullptr);  // no sizes beyond 0x7FFFFFFF
+  EXPECT_EQ(ErrLine, 439);
+  EXPECT_EQ(MemBufAdd(&buf, nullptr, 0xFFFFFFFF), nullptr);
+  EXPECT_EQ(ClearedTrail(), "02.02.02");
+  EXPECT_STREQ(buf.pData, "ac");
+  MemBufFree(&buf);
+  EXPECT_EQ(MemBufSet(&buf, nullptr, 0xFFFFFFFF), nullptr);
+  EXPECT_EQ(ErrLine, 432);
+  EXPECT_EQ(MemResize(nullptr, 0x80000000, 0, 1), nullptr);
+  EXPECT_EQ(ErrLine, 370);
+  char* block = static_cast<char*>(MemResize(nullptr, 4, 0, 4));
+  EXPECT_EQ(MemExtend(block, 0xFFFFFFFF, 4, 4), nullptr);
+  EXPECT_EQ(ErrLine, 388);
+  free(block);
+  {
+    AllocationFault fault(1);
+    EXPECT_EQ(MemBufNew(nullptr, 4), nullptr);
+  }
+  EXPECT_EQ(ErrLine, 407);
+  EXPECT_EQ(ClearedTrail(), "01.02.02.01.01");
+  EXPECT_STREQ(ErrFile, "cmem");
+  MemBuf* record = MemBufNew(nullptr, 4);
+  EXPECT_EQ(MemBufNew(record, 6), record);
+  EXPECT_EQ(record->nAlign, 6u);
+  free(record);
+}
+
+}  // namespace
+}  // namespace quern

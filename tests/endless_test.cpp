@@ -1,0 +1,60 @@
+// The calls that are ruled never to end, each in a child with a deadline.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "quern/cerr.h"
+#include "quern/cmem.h"
+#include "tests/support/deadline.h"
+#include "tests/support/trail.h"
+
+namespace quern {
+namespace {
+
+constexpr int kStillRunning = 42;
+
+template <class Call>
+void ExpectEndless(Call call) {
+  auto run = [call] {
+    tavrix_test::EndAfter(200, kStillRunning);
+    call();
+    exit(0);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(kStillRunning), "");
+}
+
+TEST(EndlessDeathTest, CallsThatNeverReturn) {
+  ExpectEndless([] {
+    MemBuf buf = {16, 0, 0, nullptr};
+    MemBufSet(&buf, "abc", 3);
+    MemBufReplace(&buf, "b", 1, "x", 1, 0);
+  });
+  ExpectEndless([] { MemCountAny("abc", 3, "a", 1, 0); });
+  ExpectEndless([] {
+    char text[] = "abc";
+    MemReplaceAll(text, 3, "c", 1, nullptr, 0, 0);
+  });
+}
+
+TEST(Endless, TheirNeighboursReturn) {
+  MemBuf buf = {16, 0, 0, nullptr};
+  MemAttach(nullptr);
+  EXPECT_STREQ(MemBufReplace(&buf, "b", 1, "inserted", 8, 0), "inserted");
+  EXPECT_EQ(MemCurrent->nReplaced, 1u);
+  EXPECT_EQ(MemCurrent->nDelta, 8);
+  EXPECT_EQ(MemBufReplace(&buf, "b", 1, nullptr, 0, 0), buf.pData);
+  EXPECT_EQ(MemCurrent->nDelta, 0);
+  EXPECT_EQ(MemBufReplace(&buf, "b", 1, "x", 1, 0), nullptr);
+  EXPECT_EQ(ErrLine, 511);
+  EXPECT_EQ(MemBufReplace(&buf, nullptr, 1, "x", 1, 0), nullptr);
+  EXPECT_EQ(ErrLast, 2);  // set, not raised
+  EXPECT_EQ(MemBufReplace(nullptr, "b", 1, "x", 1, 0), nullptr);
+  EXPECT_EQ(tavrix_test::ClearedTrail(), "01.03");
+  MemBufFree(&buf);
+  EXPECT_EQ(MemClass(0), 0u);
+  EXPECT_EQ(MemCurrent, nullptr);
+}
+
+}  // namespace
+}  // namespace quern

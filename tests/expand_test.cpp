@@ -1,0 +1,123 @@
+// Expansion of environment references.
+
+#include "quern/ccsl/expand.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "platform/win32.h"
+#include "quern/ccsl/console.h"
+#include "quern/cerr.h"
+#include "quern/cobj.h"
+#include "tests/support/alloc.h"
+#include "tests/support/trail.h"
+
+namespace quern {
+namespace {
+
+// What the buffer holds after an expansion, and whether it was returned.
+struct Expanded {
+  std::string text;
+  bool returned;
+  bool operator==(const Expanded&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Expanded& expanded) {
+  return out << '"' << expanded.text << "\" " << (expanded.returned ? "returned" : "null");
+}
+
+Expanded Expand(const char* text) {
+  bool returned = CslExpand(text) != nullptr;
+  char* taken = CslExpandTake();
+  Expanded expanded{taken ? taken : "", returned};
+  free(taken);
+  return expanded;
+}
+
+TEST(Expand, ReferencesAreReplacedFromTheLeft) {
+  SetEnvironmentVariableA("TVX_A", "alpha");
+  SetEnvironmentVariableA("TVX_B", "b");
+  SetEnvironmentVariableA("TVX_NESTED", "<%TVX_A%>");
+  SetEnvironmentVariableA("TVX_HALF", "TVX_B%");
+  SetEnvironmentVariableA("TVX_UNSET", nullptr);
+  EXPECT_EQ(Expand("%TVX_A%"), (Expanded{"alpha", true}));
+  EXPECT_EQ(Expand("x%TVX_A%y%TVX_B%z"), (Expanded{"xalphaybz", true}));
+  EXPECT_EQ(Expand("%TVX_B%%TVX_B%%TVX_A%"), (Expanded{"bbalpha", true}));
+  EXPECT_EQ(Expand("[%TVX_NESTED%]"), (Expanded{"[<alpha>]", true}));
+  EXPECT_EQ(Expand("%%TVX_HALF%"), (Expanded{"%%TVX_HALF%", false}));  // "%%" names nothing
+  EXPECT_EQ(Expand("%TVX_UNSET%"), (Expanded{"%TVX_UNSET%", false}));
+  EXPECT_EQ(Expand("%TVX_UNSET%%TVX_A%"), (Expanded{"%TVX_UNSET%alpha", true}));
+  // The walk goes on behind an unknown name by as much again as the name lies from the start.
+  EXPECT_EQ(Expand("1%TVX_UNSET%--%TVX_A%"), (Expanded{"1%TVX_UNSET%--alpha", true}));
+  EXPECT_EQ(Expand("1234%TVX_UNSET%%TVX_A%"), (Expanded{"1234%TVX_UNSET%%TVX_A%", false}));
+  EXPECT_EQ(Expand("123456789%TVX_UNSET%end"), (Expanded{"123456789%TVX_UNSET%end", false}));
+  EXPECT_EQ(Expand("TVX_A"), (Expanded{"alpha", true}));  // a bare name
+  EXPECT_EQ(Expand("TVX_NESTED"), (Expanded{"<%TVX_A%>", true}));
+  EXPECT_EQ(Expand("TVX_UNSET"), (Expanded{"TVX_UNSET", false}));
+  EXPECT_EQ(Expand("100%"), (Expanded{"100%", false}));
+  EXPECT_EQ(CslExpand(""), nullptr);
+  EXPECT_EQ(CslExpand(nullptr), nullptr);
+  EXPECT_EQ(CslExpandTake(), nullptr);
+}
+
+TEST(Expand, EmptyValuesExist) {
+  SetEnvironmentVariableA("TVX_EMPTY", "");
+  SetEnvironmentVariableA("TVX_A", "alpha");
+  EXPECT_EQ(Expand("<%TVX_EMPTY%>"), (Expanded{"<>", false}));
+  EXPECT_EQ(Expand("%TVX_EMPTY%%TVX_A%"), (Expanded{"alpha", true}));
+  EXPECT_EQ(Expand("%TVX_A%%TVX_EMPTY%"), (Expanded{"alpha", false}));  // the last one was empty
+}
+
+TEST(Expand, LongAndEndlessValuesEnd) {
+  std::string large(32000, 'v');
+  SetEnvironmentVariableA("TVX_LARGE", large.c_str());
+  EXPECT_EQ(Expand("<%TVX_LARGE%|%TVX_LARGE%>"), (Expanded{"<" + large + "|" + large + ">", true}));
+  SetEnvironmentVariableA("TVX_SELF", "%TVX_SELF%");
+  EXPECT_EQ(Expand("a%TVX_SELF%z"), (Expanded{"a%TVX_SELF%z", true}));
+  SetEnvironmentVariableA("TVX_GROWS", "%TVX_GROWS%%TVX_LARGE%");
+  EXPECT_LT(Expand("%TVX_GROWS%").text.size(), 2u << 20);
+}
+
+TEST(Expand, ConsolesAreMadeOnDemandAndReleased) {
+  EXPECT_EQ(CslClass(0), 0u);
+  EXPECT_EQ(CslCurrent, nullptr);
+  EXPECT_EQ(CslExpandTake(), nullptr);
+  CslExpand("x");
+  EXPECT_EQ(CslCurrent->header.flags, INST_OWNED | INST_IMPLICIT);
+  Console own = {};
+  EXPECT_EQ(CslSelect(&own), &own);
+  EXPECT_EQ(ClsGarbage(kCslTag), 0u);
+  EXPECT_EQ(ClassLists[kCslClass], nullptr);
+  EXPECT_EQ(CslCurrent, nullptr);
+  own.header.tag = ClassTag("FILE");
+  EXPECT_EQ(CslSelect(&own), nullptr);
+  EXPECT_EQ(ErrLine, 33);
+  EXPECT_EQ(tavrix_test::ClearedTrail(), "1000.04");
+}
+
+TEST(Expand, EveryAllocationMayFail) {
+  SetEnvironmentVariableA("TVX_A", "a value that is longer than its name");
+  CslExpand("x");
+  ErrRaise("test", 1, 1);
+  for (int64_t number = 1;; ++number) {
+    ErrClear();
+    CslClass(0);
+    int64_t before = tavrix_test::LiveBlocks();
+    tavrix_test::AllocationFault fault(number);
+    const char* text = CslExpand("%TVX_A% and %TVX_A%");
+    if (!fault.Hit()) {
+      EXPECT_NE(text, nullptr);
+      break;
+    }
+    EXPECT_EQ(text, nullptr);
+    EXPECT_NE(ErrLast, 0);
+    CslClass(0);
+    EXPECT_EQ(tavrix_test::LiveBlocks(), before) << number;
+    ASSERT_LT(number, 20);
+  }
+}
+
+}  // namespace
+}  // namespace quern

@@ -1,0 +1,390 @@
+// The enumeration of file names, against a model of what is reported and on trees that go wrong.
+
+#include "quern/cfile/list.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "exports/tavrix32.h"
+#include "platform/win32.h"
+#include "quern/cerr.h"
+#include "quern/cobj.h"
+#include "quern/csys.h"
+#include "tests/support/alloc.h"
+#include "tests/support/trail.h"
+#include "tests/support/tree.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using quern::ErrLast;
+using tavrix_test::AllocationFault;
+using tavrix_test::ClearedTrail;
+using tavrix_test::Tree;
+using Names = std::vector<std::string>;
+
+constexpr char kSep = kPathSeparator;
+
+// One enumeration through the export, to its end.
+Names List(const char* roots, const char* patterns, uint32_t flags) {
+  Names names;
+  char name[262];
+  while (XFileList(name, roots, patterns, flags) && names.size() < 200000) names.push_back(name);
+  return names;
+}
+
+Names List(const std::string& roots, uint32_t flags) { return List(roots.c_str(), nullptr, flags); }
+
+std::string Upper(std::string text) {
+  for (char& c : text) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+  return text;
+}
+
+bool Matches(const char* pattern, const char* name) {
+  if (*pattern == '*') return Matches(pattern + 1, name) || (*name && Matches(pattern, name + 1));
+  if (*pattern == '\0' || *name == '\0') return *pattern == *name;
+  return (*pattern == '?' || Upper({*pattern}) == Upper({*name})) && Matches(pattern + 1, name + 1);
+}
+
+struct Entry {
+  std::string name;
+  bool isDirectory;
+};
+
+// A directory as the system's search gives it.
+std::vector<Entry> Entries(const std::string& dir) {
+  std::vector<Entry> entries;
+  std::error_code none;
+  for (const fs::directory_entry& entry : fs::directory_iterator(dir, none))
+    entries.push_back({entry.path().filename().string(), entry.is_directory()});
+  std::sort(entries.begin(), entries.end(),
+            [](const Entry& a, const Entry& b) { return Upper(a.name) < Upper(b.name); });
+  if (fs::is_directory(dir)) entries.insert(entries.begin(), {{".", true}, {"..", true}});
+  return entries;
+}
+
+// The rules of the walk, over the text of the current directory.
+struct Model {
+  Names patterns;
+  uint32_t flags;
+  int maxDepth;
+  std::string dir;
+  Names names = {};
+
+  void Search(const std::string& pattern) {
+    if (dir.back() != kSep) dir += kSep;
+    for (const Entry& entry : Entries(dir)) {
+      if (!Matches(pattern == "*.*" ? "*" : pattern.c_str(), entry.name.c_str())) continue;
+      if (entry.isDirectory ? !(flags & FL_DIRS) : (flags & FL_NO_FILES) != 0) continue;
+      std::string name = dir + entry.name;
+      if (!(flags & FL_AS_FOUND)) {
+        fs::path here = fs::path(dir).parent_path();
+        if (entry.name == ".") name = Tree::Native(here);
+        if (entry.name == "..") name = Tree::Native(here.parent_path());
+      }
+      if ((flags & FL_QUOTE) && name.find_first_of(" \t") != name.npos) name = '"' + name + '"';
+      names.push_back(name);
+    }
+  }
+  void Visit(int level, bool separate) {
+    // A subdirectory begins with the pattern that the directory before it ended with.
+    if (separate && level > 1) Search(patterns.back());
+    for (const std::string& pattern : patterns) Search(pattern);
+    if (!(flags & FL_RECURSE) || level >= maxDepth) {
+      dir.pop_back();  // one way up takes the separator, the other leaves it
+      return;
+    }
+    for (const Entry& entry : Entries(dir)) {
+      if (!entry.isDirectory || entry.name[0] == '.') continue;
+      dir += entry.name;
+      Visit(level + 1, separate);
+    }
+    dir.pop_back();
+    dir.resize(dir.rfind(kSep) + 1);
+  }
+};
+
+void Grow(const Tree& tree, const std::string& dir, int level, std::mt19937& random) {
+  const char* const names[] = {"a", "b", "ab", "B c", "d.x", "E.txt", "f.TXT", "g\xE4", "abab"};
+  for (const char* name : names) {
+    if (random() % 3 == 0) continue;
+    std::string path = dir.empty() ? name : dir + "/" + name;
+    if (level < 4 && random() % 3 == 0) {
+      tree.Dir(path);
+      Grow(tree, path, level + 1, random);
+    } else {
+      tree.File(path);
+    }
+  }
+}
+
+TEST(List, AgreesWithAModelOverRandomTreesAndFlags) {
+  std::mt19937 random(52);
+  int sticky = 32;
+  for (int round = 0; round < 25; ++round) {
+    Tree tree;
+    Grow(tree, "", 1, random);
+    for (int run = 0; run < 12; ++run) {
+      bool separate = random() % 2;
+      Model model;
+      model.flags = 0;
+      uint32_t depth = (const uint32_t[]){0, 0, 1, 2, 3, 32}[random() % 6];
+      if (random() % 4) model.flags |= FL_RECURSE | depth;
+      // Other flags count as a depth, too; an explicit one is only to be had without them.
+      if (depth == 0)
+        for (uint32_t flag : {FL_DIRS, FL_NO_FILES, FL_AS_FOUND, FL_QUOTE})
+          if (random() % 2) model.flags |= flag;
+      if ((model.flags & FL_RECURSE) && (model.flags & ~FL_RECURSE))
+        sticky = static_cast<int>(model.flags & ~FL_RECURSE);
+      model.maxDepth = sticky;
+      std::string patterns;
+      for (uint32_t n = separate ? 1 + random() % 3 : 1; n > 0; --n) {
+        model.patterns.push_back(
+            (const char*[]){"*", "*.txt", "a*", "?b*", "*.*", "ab*"}[random() % 6]);
+        patterns += (patterns.empty() ? "" : "; ") + model.patterns.back();
+      }
+      std::string roots = tree.Path();
+      model.dir = roots;
+      model.Visit(1, separate);
+      if (!separate) roots += kSep + patterns;
+      Names names = List(roots.c_str(), separate ? patterns.c_str() : nullptr, model.flags);
+      ASSERT_EQ(names, model.names) << roots << " | " << patterns << std::hex << " " << model.flags;
+    }
+  }
+  EXPECT_EQ(quern::ErrCurrent, nullptr);
+}
+
+TEST(List, RootsAndPatternsAreTakenApart) {
+  Tree tree;
+  for (const char* file : {"one/a.txt", "one/b.c", "two/a.txt", "my dir/c.txt"}) tree.File(file);
+  std::string one = tree.Path("one"), two = tree.Path("two"), spaced = tree.Path("my dir");
+  Names all = {one + kSep + "a.txt", one + kSep + "b.c", two + kSep + "a.txt"};
+  EXPECT_EQ(List(one + ";" + two, 0), all);
+  EXPECT_EQ(List(one + kSep + ";; ; " + two + ";", 0),
+            all);                               // blanks and empty entries are skipped
+  EXPECT_EQ(List(one + ";\t;" + two, 0), all);  // a tab is a root, and yields nothing
+  EXPECT_EQ(List('"' + one + "\";\"" + two + '"', 0), all);
+  EXPECT_EQ(List('"' + spaced + kSep + "*.txt\"", FL_QUOTE),
+            (Names{'"' + spaced + kSep + "c.txt\""}));
+  EXPECT_EQ(List('"' + spaced + kSep + "c.txt\"", 0), (Names{spaced + kSep + "c.txt"}));
+  EXPECT_EQ(List(tree.Path("none") + ";" + two + kSep + "?.TXT", 0), (Names{all[2]}));
+  EXPECT_EQ(List(nullptr, (one + kSep + "*.c").c_str(), 0), (Names{all[1]}));
+  EXPECT_EQ(List(one.c_str(), " *.c ;\t\"a*\"", 0), (Names{all[1], all[0]}));
+  EXPECT_EQ(List(one.c_str(), "", 0), (Names{all[0], all[1]}));  // no pattern: all
+  // A file as a root is a pattern with what follows it: only the last of a list is found.
+  EXPECT_EQ(List(all[0] + ";" + all[1], 0), (Names{all[1]}));
+  // A pattern with a directory part finds there, and stays there for the next one.
+  std::string inner = std::string("one") + kSep + "*.c;a*";
+  EXPECT_EQ(List(tree.Path().c_str(), inner.c_str(), FL_AS_FOUND), (Names{all[1], all[0]}));
+  fs::current_path(tree.root() / "one");
+  EXPECT_EQ(List("*.c", 0), (Names{Tree::Native(fs::current_path() / "b.c")}));
+  EXPECT_EQ(List("*.c", FL_AS_FOUND), (Names{"b.c"}));
+  EXPECT_EQ(List("", "a*", FL_AS_FOUND), (Names{"a.txt"}));
+  fs::current_path(tree.root().parent_path());
+}
+
+TEST(List, EnvironmentReferences) {
+  Tree tree;
+  for (const char* file : {"one/a.tmp", "one/b.c", "two/c.tmp"}) tree.File(file);
+  std::string one = tree.Path("one"), two = tree.Path("two");
+  SetEnvironmentVariableA("TVX_ONE", one.c_str());
+  SetEnvironmentVariableA("TVX_BOTH", (one + ";" + two).c_str());
+  SetEnvironmentVariableA("TVX_PATTERN", "*.c");
+  SetEnvironmentVariableA("TVX_UNSET", nullptr);
+  Names both = {one + kSep + "a.tmp", two + kSep + "c.tmp"};
+  EXPECT_EQ(List("%TVX_ONE%", 0), (Names{both[0], one + kSep + "b.c"}));
+  EXPECT_EQ(List("%TVX_ONE%", "*.tmp", 0), (Names{both[0]}));
+  EXPECT_EQ(List("%TVX_BOTH%", "*.tmp", 0), both);
+  EXPECT_EQ(List(std::string("%TVX_ONE%") + kSep + "%TVX_PATTERN%", 0),
+            (Names{one + kSep + "b.c"}));
+  EXPECT_EQ(List(nullptr, "%TVX_ONE%\\*.tmp", 0), (Names{both[0]}));
+  EXPECT_EQ(List(nullptr, "%TVX_BOTH%\\*.tmp", 0), both);  // the pattern serves every root
+  EXPECT_EQ(List("%TVX_UNSET%", 0), Names{});
+  EXPECT_EQ(List("%TVX_UNSET%;%TVX_ONE%", "*.c", 0), (Names{one + kSep + "b.c"}));
+}
+
+TEST(List, CallsInTheMiddleOfAnEnumeration) {
+  Tree tree;
+  for (const char* file : {"one/a", "one/b", "two/c"}) tree.File(file);
+  std::string roots = tree.Path("one") + ";" + tree.Path("two");
+  std::string a = tree.Path("one/a"), b = tree.Path("one/b"), c = tree.Path("two/c");
+  char name[262] = "kept";
+  auto next = [&](uint32_t flags) {
+    return XFileList(name, roots.c_str(), nullptr, flags) ? std::string(name) : std::string("-");
+  };
+  EXPECT_EQ(next(FL_FIRST), a);
+  EXPECT_EQ(next(FL_FIRST), a);
+  EXPECT_EQ(next(0), a);
+  EXPECT_EQ(XFileList(nullptr, roots.c_str(), nullptr, 0), 0);  // passes b over
+  EXPECT_EQ(next(0), c);
+  EXPECT_EQ(next(0), "-");
+  EXPECT_EQ(next(0), a);
+  EXPECT_EQ(XFileList(name, nullptr, nullptr, 0), 0);  // ends it
+  EXPECT_EQ(next(0), a);
+  // A restart takes the next root of the list, while the search goes on where it was.
+  // (the old search's b shows behind the new root, whose text ends before it) ...
+  EXPECT_EQ(next(FL_RESTART), tree.Path("two"));
+  // ... and behind the last root the list begins anew.
+  EXPECT_EQ(next(FL_RESTART | FL_FIRST), a);
+  EXPECT_EQ(next(FL_RESTART), a);
+  EXPECT_EQ(XFileList(name, "x", nullptr, 0), 1);  // a shorter list: nothing is read behind its end
+  EXPECT_EQ(XFileList(name, "x", nullptr, 0), 0);
+  EXPECT_EQ(quern::ErrCurrent, nullptr);
+  // The class procedure may come at any time.
+  EXPECT_EQ(next(0), a);
+  quern::ClsGarbage(quern::kFinderTag);
+  EXPECT_EQ(quern::CurrentFinder, nullptr);
+  List(roots, 0);
+  EXPECT_EQ(List(roots, 0), (Names{a, b, c}));
+}
+
+TEST(List, TheWalkEndsAtDepth32) {
+  Tree tree;
+  std::string dir;
+  Names names;
+  for (int level = 1; level <= 40; ++level) {
+    tree.File(dir + "f");
+    if (level < 32) names.push_back(tree.Path(dir + "f"));
+    dir += "d/";
+  }
+  tree.File("e/g");
+  tree.File("d/e/g");
+  EXPECT_EQ(List(tree.Path() + kSep + "f*", FL_RECURSE), names);
+  // Nothing behind the deep directory is searched, but the next root is.
+  names.push_back(tree.Path("e/g"));
+  EXPECT_EQ(List(tree.Path() + kSep + "f*;" + tree.Path("e"), FL_RECURSE | FL_AS_FOUND), names);
+  // One level less is left by both ways up at once.
+  names.resize(31);
+  EXPECT_EQ(List(tree.Path() + kSep + "f*", FL_RECURSE | 31), names);
+}
+
+TEST(List, NamesAtTheLimits) {
+  Tree tree;
+  // Full paths of 255 to 263 bytes: 259 is the longest that a call takes.
+  std::string base = tree.Path("l");
+  std::string deep = "l/" + std::string(259 - base.size() - 12, 'd');
+  Names names;
+  std::string path = tree.Path(deep) + kSep;
+  for (size_t length = 1; length <= 12; ++length) {
+    std::string name(length, 'f');
+    if (path.size() + length < 260) names.push_back(path + name);
+#ifndef _WIN32  // where such files can be made
+    tree.File(deep + "/" + name);
+#else
+    if (path.size() + length < 260) tree.File(deep + "/" + name);
+#endif
+  }
+  ASSERT_GE(names.size(), 8u);
+  EXPECT_EQ(List(tree.Path() + kSep + "*", FL_RECURSE | FL_AS_FOUND), names);
+  EXPECT_EQ(List(tree.Path() + kSep + "*", FL_RECURSE), names);
+#ifndef _WIN32
+  std::string longest(255, 'n');
+  tree.File("n/" + longest);
+  fs::current_path(tree.root() / "n");
+  EXPECT_EQ(List("*", FL_AS_FOUND), (Names{longest}));
+  EXPECT_EQ(List("*", FL_AS_FOUND | FL_QUOTE), (Names{longest}));
+  fs::current_path(tree.root().parent_path());
+  tree.File("n/z/" + longest + "/below");
+  tree.File("n/zz/after");
+  EXPECT_EQ(List(tree.Path("n") + kSep + "*", FL_RECURSE), (Names{tree.Path("n/zz/after")}));
+#endif
+  std::string text(300, 'r');
+  for (const char* argument : {text.c_str(), (text.resize(260), text.c_str())}) {
+    EXPECT_EQ(List(argument, 0), Names{});
+    EXPECT_EQ(List("x", argument, 0), Names{});
+    EXPECT_EQ(List(nullptr, argument, 0), Names{});
+  }
+  EXPECT_EQ(ClearedTrail(), "02.02.02.02.02.02");
+}
+
+TEST(List, TenThousandEntriesAndChangesUnderWay) {
+  Tree tree;
+  for (int i = 0; i < 10000; ++i) tree.File("many/" + std::to_string(100000 + i));
+  Names names = List(tree.Path("many"), 0);
+  ASSERT_EQ(names.size(), 10000u);
+  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+  EXPECT_EQ(names.back(), tree.Path("many/109999"));
+  tree.Remove("many");
+  for (const char* file : {"a/1", "a/x/2", "b/3", "c/y/4", "c/y/5", "d/6"}) tree.File(file);
+  std::string roots = tree.Path() + kSep + "*";
+  Names seen;
+  char name[262];
+  while (XFileList(name, roots.c_str(), nullptr, FL_RECURSE)) {
+    seen.push_back(fs::path(name).filename().string());
+    if (seen.back() == "1") tree.Remove("a/x");
+    if (seen.back() == "4") tree.Remove("c");
+  }
+  if (seen.size() > 4) seen.erase(std::find(seen.begin(), seen.end(), "5"));  // may be read already
+  EXPECT_EQ(seen, (Names{"1", "3", "4", "6"}));
+}
+
+TEST(List, EveryAllocationMayFail) {
+  Tree tree;
+  for (const char* file : {"a/1.t", "a/b/2.t", "c/3.t"}) tree.File(file);
+  SetEnvironmentVariableA("TVX_TREE", tree.Path().c_str());
+  Names wanted = List("%TVX_TREE%", "x;*.t", FL_RECURSE);
+  ASSERT_EQ(wanted.size(), 6u);  // the last pattern reports twice
+  quern::ErrRaise("test", 1, 1);
+  for (bool fresh : {true, false}) {
+    for (int64_t number = 1;; ++number) {
+      quern::ErrClear();
+      if (fresh) quern::ClsGarbage(quern::kFinderTag);
+      if (fresh) quern::ClsGarbage(quern::ClassTag("CSL"));
+      AllocationFault fault(number);
+      Names names;
+      char name[262];
+      while (XFileList(name, "%TVX_TREE%", "x;*.t", FL_RECURSE)) {
+        names.push_back(name);
+        ASSERT_LE(names.size(), wanted.size());
+      }
+      if (!fault.Hit()) {
+        EXPECT_EQ(names, wanted);
+        EXPECT_GT(number, 5);
+        break;
+      }
+      // Either a raise ended it, or a directory could not be read and yields nothing.
+      if (ErrLast != 0) {
+        EXPECT_NE(ClearedTrail(), "");
+      }
+      for (const std::string& found : names)
+        EXPECT_NE(std::find(wanted.begin(), wanted.end(), found), wanted.end());
+      ASSERT_EQ(List("%TVX_TREE%", "x;*.t", FL_RECURSE), wanted) << number;  // nothing lasts
+      ASSERT_LT(number, 500);
+    }
+  }
+  quern::ClsGarbage(0);
+}
+
+TEST(List, FinderFailures) {
+  uint32_t foreign[sizeof(quern::FileFinder) / 4] = {1};
+  EXPECT_EQ(quern::FileFinderSelect(foreign), nullptr);
+  EXPECT_EQ(ClearedTrail(), "1000.04");
+  for (int64_t number : {1, 2, 3}) {
+    AllocationFault fault(number);
+    EXPECT_EQ(XFileList(nullptr, "x", nullptr, 0), 0);
+    const char* trails[] = {"1000.1000.02", "1000.02", "1000.03.01"};
+    EXPECT_EQ(ClearedTrail(), trails[number - 1]);
+    EXPECT_EQ(quern::CurrentFinder, nullptr);
+  }
+  quern::FileFinder own = {};
+  quern::FileFinderSelect(&own);
+  EXPECT_EQ(quern::CurrentFinder, &own);
+  EXPECT_EQ(own.bufResult.nSize, 270u);
+  EXPECT_EQ(own.bufResult.nAlloc, 520u);
+  own.pDrives = quern::MemSplitInit(nullptr, "", 0, "", 0);
+  std::string here = fs::current_path().string();
+  uint32_t bit = quern::FileListDrives(here.c_str(), 0xFFFFFFFF);
+  EXPECT_EQ(bit & (bit - 1), 0u);
+  EXPECT_EQ(quern::FileListDrives(nullptr, 0xFFFFFFFF), 0u);
+  EXPECT_EQ(quern::FileListDrives(here.c_str(), ~bit), 0u);
+  EXPECT_EQ(quern::FileFinderClass(0), 0u);
+  EXPECT_EQ(own.header.tag, 0u);
+}
+
+}  // namespace

@@ -1,0 +1,74 @@
+// The enumeration where the system refuses: descriptors, permissions, loops of links.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "exports/tavrix32.h"
+#include "quern/cerr.h"
+#include "tests/support/tree.h"
+
+namespace {
+
+using tavrix_test::Tree;
+using Names = std::vector<std::string>;
+
+Names List(const std::string& roots, uint32_t flags) {
+  Names names;
+  char name[262];
+  while (XFileList(name, roots.c_str(), nullptr, flags)) names.push_back(name);
+  return names;
+}
+
+TEST(PosixList, SixteenDescriptorsAreEnough) {
+  Tree tree;
+  std::string dir;
+  for (int level = 0; level < 30; ++level) {
+    for (const char* file : {"a", "b"}) tree.File(dir + file);
+    tree.File(dir + "side/c");
+    dir += "d/";
+  }
+  Names wanted = List(tree.Path() + "/*", FL_RECURSE);
+  ASSERT_EQ(wanted.size(), 90u);
+  rlimit limit = {16, 16};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(List(tree.Path() + "/*", FL_RECURSE), wanted);
+  limit.rlim_cur = 3;  // none left: every directory is as good as unreadable
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(List(tree.Path() + "/*", FL_RECURSE), Names{});
+  EXPECT_EQ(quern::ErrCurrent, nullptr);
+}
+
+TEST(PosixList, UnreadableDirectoriesYieldNothing) {
+  Tree tree;
+  for (const char* file : {"a/1", "b/2", "c/3"}) tree.File(file);
+  chmod(tree.Path("b").c_str(), 0);
+  chmod(tree.Path().c_str(), 0755);
+  pid_t child = fork();
+  if (child == 0) {
+    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(2);
+    bool right = List(tree.Path() + "/*", FL_RECURSE) == Names{tree.Path("a/1"), tree.Path("c/3")};
+    _exit(right && !quern::ErrCurrent ? 0 : 1);
+  }
+  int status;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(PosixList, LinksToDirectoriesAreListedAndNotEntered) {
+  Tree tree;
+  tree.File("a/1");
+  std::filesystem::create_directory_symlink(tree.root(), tree.root() / "a" / "loop");
+  EXPECT_EQ(List(tree.Path() + "/*", FL_RECURSE), (Names{tree.Path("a/1"), tree.Path("a/loop")}));
+  EXPECT_EQ(List(tree.Path("a/loop"), FL_DIRS | FL_AS_FOUND).size(),
+            3u);  // as a root it is a directory
+  EXPECT_EQ(List(tree.Path("a/loop/a") + "/1", 0), (Names{tree.Path("a/loop/a/1")}));
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+// tavrix: the exported functions from the command line.
+//
+// Exit codes: 0, or what a command says of its own result; 1 after a failing call, with the code
+// trail on standard error; 2 for a wrong option, with one line on standard error.
+
+#include <cstdio>
+#include <exception>
+
+#include "tools/tavrix/commands.h"
+
+namespace {
+
+int WrongUsage(const char* message) {
+  std::string line = message;
+  line = line.substr(0, line.find('\n'));
+  fprintf(stderr, "tavrix: %s (see tavrix --help)\n", line.c_str());
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    CLI::App app("Services of the Tavrix32 library.", "tavrix");
+    app.set_version_flag("--version", "tavrix " TAVRIX_VERSION);
+    app.require_subcommand(1);
+    int result = 0;
+    AddListCommand(app, result);
+    AddStringCommands(app, result);
+    AddSystemCommands(app, result);
+    try {
+      app.parse(argc, argv);
+    } catch (const CLI::Success& wanted) {  // --help, --version
+      return app.exit(wanted);
+    } catch (const CLI::ParseError& wrong) {
+      return WrongUsage(wrong.what());
+    }
+    return result;
+  } catch (const std::exception& failure) {
+    fprintf(stderr, "tavrix: %s\n", failure.what());
+    return 1;
+  }
+}
