@@ -12,16 +12,14 @@
 #   make coverage      line and branch coverage of the tests, in build/coverage/report
 #   make fuzz          every fuzz target for FUZZ_SECONDS (60) each
 #   make lint          formatting and static analysis
-#   make install       to DESTDIR and PREFIX (/usr/local)
 #   make clean         away with build/
 
 FUZZ_SECONDS ?= 60
-PREFIX ?= /usr/local
 
 # $(call build,preset,components)
 define build
 @scripts/setup $(2)
-@cmake --preset $(1) -Wno-dev --log-level=WARNING
+@cmake --preset $(1) -Wno-dev >/dev/null
 @cmake --build --preset $(1)
 endef
 
@@ -67,13 +65,11 @@ fuzz:
 
 lint:
 	@scripts/setup lint
-	@cmake --preset linux -Wno-dev --log-level=WARNING
+	@cmake --preset linux -Wno-dev >/dev/null
 	@scripts/lint
-
-install: linux
-	@cmake --install build/linux --prefix $(PREFIX)
 
 clean:
 	rm -rf build
 
-.PHONY: all linux run test test-x86 test-asan windows test-windows bench coverage fuzz lint install clean
+.PHONY: all linux run test test-x86 test-asan windows test-windows bench coverage fuzz lint \
+  clean

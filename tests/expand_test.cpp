@@ -111,8 +111,8 @@ TEST(Expand, EveryAllocationMayFail) {
       EXPECT_NE(text, nullptr);
       break;
     }
-    EXPECT_EQ(text, nullptr);
-    EXPECT_NE(ErrLast, 0);
+    // A growth may have come by with less than it first asked for.
+    EXPECT_EQ(text == nullptr, ErrLast != 0) << number;
     CslClass(0);
     EXPECT_EQ(tavrix_test::LiveBlocks(), before) << number;
     ASSERT_LT(number, 20);

@@ -17,7 +17,7 @@ const char* End(const MemSplit* split) { return split->pText + split->nText; }
 bool AtSeparator(const MemSplit* split, const char* at) {
   if (split->nSep == 1) return *at == *split->pSep;
   size_t left = static_cast<size_t>(End(split) - at);
-  return left >= split->nSep && memcmp(at, split->pSep, split->nSep) == 0;
+  return split->nSep == 0 || (left >= split->nSep && memcmp(at, split->pSep, split->nSep) == 0);
 }
 
 // The next separator from `at` on, or the text's end.

@@ -7,24 +7,37 @@
 
 namespace {
 
+constexpr uint32_t kDeepest = 0x7FFFFF;  // of the depth's bits, those that are no other flag
+
 struct ListOptions {
   std::string roots;
   std::string patterns;
   bool hasPatterns = false;
-  uint32_t depth = 0;
-  bool recurse = false;
   uint32_t flags = 0;
 };
 
+// A number of an option, as C writes it: 10, 0x10, 010.
+uint32_t Number(const char* option, const std::string& text, uint32_t most) {
+  size_t used = 0;
+  unsigned long long number = 0;
+  try {
+    number = std::stoull(text, &used, 0);
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (used != text.size() || text.front() == '-' || number > most)
+    throw CLI::ValidationError(option, "'" + text + "' is no number up to " + std::to_string(most));
+  return static_cast<uint32_t>(number);
+}
+
 int List(const ListOptions& options) {
-  uint32_t flags = options.flags | (options.recurse ? FL_RECURSE | options.depth : 0);
   const char* patterns = options.hasPatterns ? options.patterns.c_str() : nullptr;
   char name[262];
-  uint32_t call = flags;
-  while (XFileList(name, options.roots.c_str(), patterns, call)) {
+  uint32_t flags = options.flags;
+  while (XFileList(name, options.roots.c_str(), patterns, flags)) {
     puts(name);
     if (flags & FL_FIRST) break;
-    call = flags & ~FL_RESTART;  // again on every call, it would go round the list for ever
+    flags &= ~FL_RESTART;  // again on every call, it would go round the list for ever
   }
   return PrintTrail() ? 1 : 0;
 }
@@ -41,11 +54,9 @@ void AddListCommand(CLI::App& app, int& result) {
   CLI::Option* patterns =
       list->add_option("PATTERNS", options->patterns, "Patterns with * and ?, split by ';'");
   auto depth = std::make_shared<std::string>();
-  CLI::Option* recurse = list->add_option("--recurse", options->depth,
-                                          "Enter subdirectories, DEPTH levels (default 32)")
-                             ->expected(0, 1)
-                             ->type_name("[DEPTH]")
-                             ->check(CLI::Range(uint32_t{0}, uint32_t{0x7FFFFF}));
+  CLI::Option* recurse = list->add_flag("--recurse{0}", *depth,
+                                        "Enter subdirectories; --recurse=DEPTH: that many levels "
+                                        "(other flags count as a depth, too)");
   const struct {
     const char* name;
     uint32_t flag;
@@ -63,24 +74,14 @@ void AddListCommand(CLI::App& app, int& result) {
     list->add_flag_callback(
         entry.name, [options, flag] { options->flags |= flag; }, entry.help);
   }
-  auto raw = std::make_shared<std::string>();
-  list->add_option("--flags", *raw, "The flag word as a number, such as 0xA0000002")
-      ->type_name("WORD");
+  auto word = std::make_shared<std::string>();
+  CLI::Option* raw =
+      list->add_option("--flags", *word, "The flag word as a number, such as 0xA0000002")
+          ->type_name("WORD");
   list->callback([=, &result] {
     options->hasPatterns = patterns->count() != 0;
-    options->recurse = recurse->count() != 0;
-    if (!raw->empty()) {
-      size_t used = 0;
-      unsigned long long word = 0;
-      try {
-        word = std::stoull(*raw, &used, 0);
-      } catch (const std::exception&) {
-        used = 0;
-      }
-      if (used != raw->size() || raw->front() == '-' || word > UINT32_MAX)
-        throw CLI::ValidationError("--flags", "'" + *raw + "' is no number of 32 bits");
-      options->flags |= static_cast<uint32_t>(word);
-    }
+    if (recurse->count() != 0) options->flags |= FL_RECURSE | Number("--recurse", *depth, kDeepest);
+    if (raw->count() != 0) options->flags |= Number("--flags", *word, UINT32_MAX);
     result = List(*options);
   });
 }
