@@ -73,7 +73,7 @@ ErrorStack* ErrStackAttach(void* instance);
 
 // Registers an application's messages: rows with codes from 39 up, the last with code 0. `instance`
 // as for ErrStackAttach; null keeps the current stack, which is made when there is none. The table
-// is not copied. Null after raising 1.
+// is not copied; null takes it away. Null after raising 1.
 ErrorStack* ErrSetTable(void* instance, const MessageRow* table);
 
 // Class procedure of 'ERR'.

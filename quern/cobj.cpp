@@ -116,6 +116,7 @@ void* ClsAttach(uint32_t tag, void* instance, uint32_t classNumber, uint32_t siz
   if (classNumber >= kClassLists) return nullptr;
   if (instance && !IsBadReadPtr(instance, sizeof tag) && memcmp(instance, &tag, sizeof tag) == 0)
     return instance;
+  if (size < sizeof(InstanceHeader)) return nullptr;
   InstanceHeader* made = Prepare(instance, size);
   if (!made) return nullptr;
   if (tag == 0) return ErrRaise(kModule, 80, 5), nullptr;
@@ -184,7 +185,9 @@ uint32_t ClsExit() {
     ClsFlags |= kClsArmed;
   }
   if (ClsExitHook) ClsExitHook();
-  return ClsGarbage(0);
+  ClsGarbage(0);
+  exiting = false;
+  return 0;
 }
 
 bool ClsExiting() { return exiting; }

@@ -39,7 +39,8 @@ inline constexpr uint32_t kClsInitialise = 0x8000000;
 //
 // Returns the instance, or null after raising 2 (no memory), 0xA0000003 (memory not writable), 4
 // (another tag), 5 (tag 0) or 6 (class number 0); 5 and 6 come after the allocation, whose block
-// then stays allocated, on purpose. A class number above 15 gives null without a raise.
+// then stays allocated, on purpose. A class number above 15, or a size below the header's, gives
+// null without a raise.
 void* ClsAttach(uint32_t tag, void* instance, uint32_t classNumber, uint32_t size, ClassProc proc);
 
 // Unlinks the instance that the variable at `reference` (a pointer of any type) holds, frees it or
@@ -57,7 +58,7 @@ const char* ClsTagName(uint32_t tag);
 // Runs at process exit: reports pending errors, calls ClsExitHook, collects everything. Returns 0.
 uint32_t ClsExit();
 
-// Whether ClsExit has begun.
+// Whether ClsExit runs.
 bool ClsExiting();
 
 }  // namespace quern

@@ -193,6 +193,20 @@ TEST(Errors, TextsStayWhereTheyAre) {
   EXPECT_EQ(ErrFormat(reinterpret_cast<uintptr_t>(plain)), plain);
 }
 
+TEST(Errors, TextsBelongToTheirStack) {
+  EXPECT_STREQ(ErrFormat(31, "first"), "Failed to open first");  // without a stack: built-in
+  ErrorStack* first = ErrCurrent;
+  std::string longText(100, 'x');
+  const char* kept = ErrText(31, longText.c_str());
+  ErrText(31, longText.c_str());  // the buffer moves
+  ErrorStack own = {};
+  ErrStackAttach(&own);
+  ErrClear();
+  ErrClass(0);
+  ErrStackAttach(first);
+  EXPECT_EQ(kept, "Failed to open " + longText);
+}
+
 TEST(Errors, EveryAllocationOfARaiseMayFail) {
   ErrRaiseText(kModule, 1, 1, 31, "warm");
   ErrClear();
@@ -259,6 +273,12 @@ TEST(ErrorsDeathTest, FailuresWhileTheProcessEndsEndItAtOnce) {
     exit(0);
   };
   EXPECT_EXIT(end(), testing::ExitedWithCode(4), "hook ");
+  auto later = [] {
+    atexit([] { fputs("orderly", stderr); });
+    ClsExit();  // by hand, before the end
+    ErrExit(-5);
+  };
+  EXPECT_EXIT(later(), testing::ExitedWithCode(5), "orderly");
 }
 
 }  // namespace

@@ -80,6 +80,15 @@ TEST(Expand, LongAndEndlessValuesEnd) {
   EXPECT_LT(Expand("%TVX_GROWS%").text.size(), 2u << 20);
 }
 
+TEST(Expand, TextWithinTheBuffer) {
+  SetEnvironmentVariableA("TVX_A", "alpha");
+  SetEnvironmentVariableA("TVX_LATER", nullptr);
+  char* text = CslExpand("%TVX_A%0123456789012345678901234567890%TVX_LATER%tail");
+  ASSERT_NE(text, nullptr);
+  SetEnvironmentVariableA("TVX_LATER", "now");
+  EXPECT_STREQ(CslExpand(text + 30), "567890nowtail");
+}
+
 TEST(Expand, ConsolesAreMadeOnDemandAndReleased) {
   EXPECT_EQ(CslClass(0), 0u);
   EXPECT_EQ(CslCurrent, nullptr);

@@ -236,7 +236,21 @@ TEST(List, CallsInTheMiddleOfAnEnumeration) {
   EXPECT_EQ(XFileList(name, "x", nullptr, 0), 1);  // a shorter list: nothing is read behind its end
   EXPECT_EQ(XFileList(name, "x", nullptr, 0), 0);
   EXPECT_EQ(quern::ErrCurrent, nullptr);
-  // The class procedure may come at any time.
+  // Behind an empty root only the directory's text is left of the old search's names: nothing.
+  EXPECT_EQ(XFileList(name, (tree.Path("one") + ";*.q").c_str(), nullptr, FL_AS_FOUND), 1);
+  EXPECT_EQ(XFileList(name, (tree.Path("one") + ";*.q").c_str(), nullptr, FL_AS_FOUND | FL_RESTART),
+            1);
+  EXPECT_STREQ(name, "");
+  XFileList(name, nullptr, nullptr, 0);
+  // The class procedure may come at any time, also with another finder's list under way.
+  EXPECT_EQ(XFileList(name, tree.Path("one").c_str(), "a;b", 0), 1);
+  quern::FileFinder* first = quern::CurrentFinder;
+  quern::FileFinder other = {};
+  quern::FileFinderSelect(&other);
+  quern::FileFinderClass(0);
+  quern::FileFinderSelect(first);  // empties the directory text
+  EXPECT_EQ(XFileList(name, tree.Path("one").c_str(), "a;b", 0), 0);
+  XFileList(name, nullptr, nullptr, 0);
   EXPECT_EQ(next(0), a);
   quern::ClsGarbage(quern::kFinderTag);
   EXPECT_EQ(quern::CurrentFinder, nullptr);

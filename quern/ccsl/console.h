@@ -15,7 +15,7 @@ struct Console {
   InstanceHeader header;
   CONSOLE_CURSOR_INFO savedCursor;  // as found at first use
   CONSOLE_SCREEN_BUFFER_INFO
-      savedScreen;   // likewise; its attribute is that of the cell at the cursor
+  savedScreen;       // likewise; its attribute is that of the cell at the cursor
   HANDLE hOutput;    // standard output; null until first use
   MemBuf bufExpand;  // the text of CslExpand
 };

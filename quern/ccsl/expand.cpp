@@ -34,12 +34,11 @@ Found ValueOf(const char* name, char** value, uint32_t* length) {
 class Expansion {
  public:
   Expansion(MemBuf* buf, const char* text) : buf_(buf), length_(strlen(text)) {
-    if (!MemBufSet(buf, nullptr, static_cast<uint32_t>(length_) + kSpare)) {
-      failed_ = true;
-      return;
-    }
-    memcpy(buf->pData, text, length_);
-    memset(buf->pData + length_, 0, kSpare);
+    char* spare = nullptr;
+    if (MemBufSet(buf, text, static_cast<uint32_t>(length_)))
+      spare = MemBufAdd(buf, nullptr, kSpare);
+    failed_ = !spare;
+    if (spare) memset(spare, 0, kSpare);
   }
 
   char* Run() {

@@ -64,8 +64,9 @@ constexpr uintptr_t kFirstUserCode = 39;  // codes below are looked up in the bu
 constexpr int kLongestText = 512;         // of a formatted message, its terminator included
 constexpr UINT_PTR kReadable = 1024;      // bytes of a pushed text that must be readable
 
-// A block that texts still point into, after the message buffer moved to a larger one.
+// A block that texts still point into, after a stack's message buffer moved to a larger one.
 struct Retired {
+  const ErrorStack* owner;
   char* block;
   Retired* next;
 };
@@ -77,25 +78,29 @@ const MessageRow& Row(const MessageRow* table, uintptr_t code) {
   return *table;
 }
 
-// Appends a text to the message buffer. Earlier texts stay where they are: a buffer that is too
-// small is retired whole and its contents copied to a new one. Null after raising what the buffer
-// raises.
+// Moves the message buffer to a larger block and retires the old one. False after raising what the
+// buffer's own growth raises.
+bool Enlarge(MemBuf* buf, uint32_t size) {
+  auto* note = static_cast<Retired*>(malloc(sizeof(Retired)));
+  char* larger = note ? static_cast<char*>(malloc(size_t{size} * 2)) : nullptr;
+  if (!larger) {
+    free(note);
+    ErrRaise("cmem", 439, 2);
+    ErrRaise("cmem", 460, 2);
+    return false;
+  }
+  memcpy(larger, buf->pData, buf->nSize);
+  *note = {ErrCurrent, buf->pData, retired};
+  retired = note;
+  buf->pData = larger;
+  return true;
+}
+
+// Appends a text to the message buffer. Earlier texts stay where they are. Null after a raise.
 char* Keep(const char* text, uint32_t length) {
   MemBuf* buf = &ErrCurrent->bufText;
-  if (buf->pData && uint64_t{buf->nSize} + length + 4 > buf->nAlloc) {
-    auto* note = static_cast<Retired*>(malloc(sizeof(Retired)));
-    MemBuf larger = {buf->nAlign, 0, 0, nullptr};
-    if (!note) return ErrRaise(kModule, 246, 2), nullptr;
-    if (!MemBufSet(&larger, nullptr, buf->nSize + length)) {
-      free(note);
-      return nullptr;
-    }
-    memcpy(larger.pData, buf->pData, buf->nSize);
-    larger.nSize = buf->nSize;
-    *note = {buf->pData, retired};
-    retired = note;
-    *buf = larger;
-  }
+  uint32_t size = MemAlign(buf->nSize + length + kMemTerminator, buf->nAlign);
+  if (buf->pData && MemBufMoves(buf, size) && !Enlarge(buf, size)) return nullptr;
   return MemBufAdd(buf, text, length);
 }
 
@@ -110,9 +115,11 @@ char* Keep(const char* text, uint32_t length) {
 }
 
 const char* FormatList(uintptr_t codeOrFormat, va_list arguments) {
+  bool builtIn = !ErrCurrent;
   if (!ErrCurrent) ErrRequireStack();
+  builtIn |= (ErrCurrent->nPending & ERR_LIBRARY) != 0;
   const MessageRow* table = nullptr;
-  if (ErrCurrent->nPending & ERR_LIBRARY) {
+  if (builtIn) {
     if (codeOrFormat < kFirstUserCode) table = kMessages;
   } else if (codeOrFormat <= ErrCurrent->nHighest) {
     table = ErrCurrent->pTable;
@@ -178,10 +185,14 @@ const char* ErrFormat(uintptr_t codeOrFormat, ...) {
   return text;
 }
 
-void ErrFreeRetired() {
-  while (retired) {
-    Retired* note = retired;
-    retired = note->next;
+void ErrFreeRetired(const ErrorStack* owner) {
+  for (Retired** link = &retired; *link;) {
+    Retired* note = *link;
+    if (note->owner != owner) {
+      link = &note->next;
+      continue;
+    }
+    *link = note->next;
     free(note->block);
     free(note);
   }

@@ -86,8 +86,8 @@ ErrorStack* ErrSetTable(void* instance, const MessageRow* table) {
   if ((instance || !ErrCurrent) && !ErrStackAttach(instance))
     return ErrRaise(kModule, 73, 1), nullptr;
   ErrCurrent->pTable = table;
-  ErrCurrent->nHighest = 0;
-  for (const MessageRow* row = table; row->code != 0; ++row)
+  ErrCurrent->nHighest = table ? 0 : kHighestBuiltIn;
+  for (const MessageRow* row = table; row && row->code != 0; ++row)
     if (row->code > ErrCurrent->nHighest) ErrCurrent->nHighest = row->code;
   return ErrCurrent;
 }
@@ -97,7 +97,7 @@ uint32_t ErrClass(uintptr_t argument) {
   if (argument) ErrCurrent = reinterpret_cast<ErrorStack*>(argument);
   if (!ErrCurrent) return 0;
   MemBufFree(&ErrCurrent->bufText);
-  ErrFreeRetired();
+  ErrFreeRetired(ErrCurrent);
   ClsDetach(kErrTag, &ErrCurrent);
   return 0;
 }
@@ -179,7 +179,7 @@ int32_t ErrClear() {
   if (!ErrCurrent) return -1;
   ErrCurrent->nCount = 0;
   ErrCurrent->bufText.nSize = 0;
-  ErrFreeRetired();
+  ErrFreeRetired(ErrCurrent);
   SetLastError(0);
   ErrLast = 0;
   return 0;

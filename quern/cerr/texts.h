@@ -16,7 +16,7 @@ void ErrRequireStack();
 // ErrText with a prepared argument list.
 const char* ErrTextList(uint32_t code, va_list arguments);
 
-// Frees the blocks that earlier texts live in because the message buffer moved.
-void ErrFreeRetired();
+// Frees the blocks that earlier texts of a stack live in because its message buffer moved.
+void ErrFreeRetired(const ErrorStack* owner);
 
 }  // namespace quern

@@ -32,7 +32,16 @@ struct RootList {
 };
 RootList rootList = {nullptr, 0, -1};
 
-char* patternText;  // the list that the finder's splitter walks, owned
+// A splitter over a copy of a list, in one heap block; null after raising 1.
+MemSplit* SplitCopy(const char* list) {
+  size_t length = strlen(list);
+  char* block = static_cast<char*>(malloc(sizeof(MemSplit) + length + 1));
+  if (!block) return ErrRaise(kModule, 1402, 1), nullptr;
+  char* text = block + sizeof(MemSplit);
+  memcpy(text, list, length + 1);
+  return MemSplitInit(reinterpret_cast<MemSplit*>(block), text, static_cast<uint32_t>(length), ";",
+                      1);
+}
 
 // Tells whether something was raised while it lives, and keeps the caller's ErrLast if not.
 class RaiseWatch {
@@ -72,7 +81,8 @@ bool StartEnumeration(FileFinder* finder, const char* roots, const char* pattern
   const char* pattern = FileListPattern(finder->pWork, patterns);
   if (!watch.Raised()) FileListRoot(finder->pWork, roots, pattern);
   if (watch.Raised()) return false;
-  if (!finder->pszSep) MemBufFree(&finder->bufResult);
+  // A list may be the name returned last; its block then stays.
+  if (!finder->pszSep && !MemBufHolds(&finder->bufResult, roots)) MemBufFree(&finder->bufResult);
   if (flags & FL_RECURSE) {
     int32_t depth = static_cast<int32_t>(flags & ~FL_RECURSE);
     if (depth != 0) finder->nMaxDepth = depth;
@@ -92,25 +102,28 @@ bool NextRoot(FileFinder* finder, const char* roots, const char* patterns) {
   return !watch.Raised();
 }
 
-// Writes the name to report into the room at `to`; its length, or 0 when it does not fit.
-uint32_t WriteName(char* to, const char* found, uint32_t flags) {
-  size_t length;
-  if (flags & FL_AS_FOUND) {
-    length = strlen(found);
-    if (length < kResultRoom) memcpy(to, found, length + 1);
-  } else {
-    length = GetFullPathNameA(found, kResultRoom, to, nullptr);
+// Writes the name to report into the room at `to` and sets its length; false when it does not fit.
+bool WriteName(char* to, const char* found, uint32_t flags, uint32_t* length) {
+  size_t size = strlen(found);
+  to[0] = '\0';
+  if (size < kResultRoom) {
+    if (flags & FL_AS_FOUND) {
+      memcpy(to, found, size + 1);
+    } else {
+      size = GetFullPathNameA(found, kResultRoom, to, nullptr);
+    }
   }
-  if (length == 0 || length >= kResultRoom) {
+  if (size >= kResultRoom) {
     Trace(1, "FILE list: '%s' is too long for a name\n", found);
-    return 0;
+    return false;
   }
   if ((flags & FL_QUOTE) && strpbrk(to, " \t")) {
-    memmove(to + 1, to, length);  // the block's spare bytes take the two quotes
-    to[0] = to[length + 1] = '"';
-    length += 2;
+    memmove(to + 1, to, size);  // the block's spare bytes take the two quotes
+    to[0] = to[size + 1] = '"';
+    size += 2;
   }
-  return static_cast<uint32_t>(length);
+  *length = static_cast<uint32_t>(size);
+  return true;
 }
 
 enum class Outcome { kReported, kPassedOver, kFailed };
@@ -127,12 +140,14 @@ Outcome Report(FileFinder* finder, const FindEntry* entry, uint32_t flags) {
     return Outcome::kFailed;
   }
   uint32_t start = result->nSize - kResultRoom;
-  uint32_t length = WriteName(result->pData + start, entry->name, flags);
-  MemBufSet(result, nullptr, length ? start + length : before);
-  return length ? Outcome::kReported : Outcome::kPassedOver;
+  uint32_t length;
+  bool fits = WriteName(result->pData + start, entry->name, flags, &length);
+  MemBufSet(result, nullptr, fits ? start + length : before);
+  return fits ? Outcome::kReported : Outcome::kPassedOver;
 }
 
-// Follows a state: the level changes, another pattern or a way up may come next. False after a raise.
+// Follows a state: the level changes, another pattern or a way up may come next. False after a
+// raise.
 bool Follow(FileFinder* finder, uint32_t state, const char* patterns, uint32_t flags) {
   FileListWork* work = finder->pWork;
   bool recurse = (flags & FL_RECURSE) != 0;
@@ -278,20 +293,11 @@ char* FileListPattern(FileListWork* work, const char* patterns) {
       free(finder->pPatterns);
       finder->pPatterns = nullptr;
     }
-    free(patternText);
-    patternText = nullptr;
     return nullptr;
   }
   if (!patterns || !finder) return nullptr;
-  if (!finder->pPatterns) {
-    size_t length = strlen(patterns);
-    free(patternText);
-    patternText = static_cast<char*>(malloc(length + 1));
-    if (!patternText) return ErrRaise(kModule, 1402, 1), nullptr;
-    memcpy(patternText, patterns, length + 1);
-    finder->pPatterns = MemSplitInit(nullptr, patternText, static_cast<uint32_t>(length), ";", 1);
-    if (!finder->pPatterns) return ErrRaise(kModule, 1405, 1), nullptr;
-  }
+  if (!finder->pPatterns) finder->pPatterns = SplitCopy(patterns);
+  if (!finder->pPatterns) return nullptr;
   const char* token = MemSplitNext(finder->pPatterns, 0, 0, SPLIT_NEXT | SPLIT_TRIM);
   if (!token) return nullptr;
   uint32_t length = finder->pPatterns->nToken;
@@ -321,7 +327,9 @@ FileListWork* FileListRoot(FileListWork* work, const char* roots, const char* pa
     DropRoots();  // the caller's list has become shorter
     return nullptr;
   } else if (rootList.part >= 0 && pattern) {
-    if (static_cast<size_t>(rootList.part) <= strlen(pattern)) pattern += rootList.part;
+    // In the work block the position holds whatever pattern has come there meanwhile.
+    if (pattern == work->pattern || static_cast<size_t>(rootList.part) <= strlen(pattern))
+      pattern += rootList.part;
     roots = text;
   }
   const char* entry;
@@ -361,10 +369,10 @@ uint32_t FileFinderClass(uintptr_t argument) {
   if (argument == kCollectRequest) return ClsGarbage(kFinderTag);
   if (argument) CurrentFinder = reinterpret_cast<FileFinder*>(argument);
   if (!CurrentFinder) return 0;
-  FileListPattern(nullptr, nullptr);
   free(CurrentFinder->pSpare);
   free(CurrentFinder->pWork);
   MemBufFree(&CurrentFinder->bufResult);
+  free(CurrentFinder->pPatterns);
   free(CurrentFinder->pDrives);
   ClsDetach(kFinderTag, &CurrentFinder);
   return 0;

@@ -50,7 +50,7 @@ void* ResizeBlock(void* block, uint64_t newSize, uint32_t oldSize, uint32_t gran
 // given.
 bool Grow(MemBuf* buf, uint64_t need) {
   if (need > kLargestBlock) return ErrRaise(kModule, 439, 2), false;
-  if (HeapBlockSize(buf->pData) < need + kHidden) {
+  if (MemBufMoves(buf, need)) {
     void* moved = realloc(buf->pData, need + need / 2 + kHidden);
     if (!moved) moved = realloc(buf->pData, need + kHidden);
     if (!moved) return ErrRaise(kModule, 439, 2), false;
@@ -166,8 +166,13 @@ char* MemBufSet(MemBuf* buf, const void* src, uint32_t len) {
   if (!src) return Resize(buf, len);
   Source source(buf, src);
   if (!Reserve(buf, len)) return nullptr;
-  source.CopyTo(buf, buf->pData, len);  // before the terminator, which may fall on the source
-  return Terminate(buf, len);
+  Terminate(buf, len);
+  source.CopyTo(buf, buf->pData, len);
+  return buf->pData;
+}
+
+bool MemBufMoves(const MemBuf* buf, uint64_t size) {
+  return buf->nAlloc < size && HeapBlockSize(buf->pData) < size + kHidden;
 }
 
 char* MemBufAppend(MemBuf* buf, const void* src, uint32_t count) {

@@ -16,6 +16,7 @@ const char* End(const MemSplit* split) { return split->pText + split->nText; }
 // Whether a separator stands at `at`, whole.
 bool AtSeparator(const MemSplit* split, const char* at) {
   if (split->nSep == 1) return *at == *split->pSep;
+  if (at >= End(split)) return false;
   size_t left = static_cast<size_t>(End(split) - at);
   return split->nSep == 0 || (left >= split->nSep && memcmp(at, split->pSep, split->nSep) == 0);
 }
