@@ -18,16 +18,16 @@ unsigned delay;
 
 #ifdef _WIN32
 
+DWORD WINAPI End(void*) {
+  Sleep(delay);
+  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
+  return 0;
+}
+
 void EndAfter(unsigned milliseconds, int code) {
   exitCode = code;
   delay = milliseconds;
-  auto end = [](void*) -> DWORD {
-    Sleep(delay);
-    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
-    return 0;
-  };
-  LPTHREAD_START_ROUTINE routine = end;
-  CloseHandle(CreateThread(nullptr, 0, routine, nullptr, 0, nullptr));
+  CloseHandle(CreateThread(nullptr, 0, End, nullptr, 0, nullptr));
 }
 
 #else
