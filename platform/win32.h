@@ -356,7 +356,8 @@ inline HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool /*
 HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool directories);
 #endif
 
-// Bytes that the runtime's heap has given for a block of malloc or realloc, at least those asked for.
+// Bytes that the runtime's heap has given for a block of malloc or realloc, at least those asked
+// for.
 #ifdef _WIN32
 inline size_t HeapBlockSize(void* block) { return _msize(block); }
 #else

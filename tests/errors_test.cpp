@@ -184,6 +184,7 @@ TEST(Errors, StacksAreAttachedAndReplaced) {
 TEST(Errors, TextsStayWhereTheyAre) {
   ErrPush(1);
   std::vector<const char*> texts;
+  texts.reserve(100);
   int64_t before = tavrix_test::LiveBlocks();
   for (int i = 0; i < 100; ++i) texts.push_back(ErrText(31, std::to_string(i).c_str()));
   for (int i = 0; i < 100; ++i) EXPECT_EQ(texts[i], "Failed to open " + std::to_string(i));

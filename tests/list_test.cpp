@@ -111,7 +111,7 @@ struct Model {
 };
 
 void Grow(const Tree& tree, const std::string& dir, int level, std::mt19937& random) {
-  const char* const names[] = {"a", "b", "ab", "B c", "d.x", "E.txt", "f.TXT", "g\xE4", "abab"};
+  const char* const names[] = {"a", "b", "ab", "B c", "d.x", "E.txt", "f.TXT", "gz", "abab"};
   for (const char* name : names) {
     if (random() % 3 == 0) continue;
     std::string path = dir.empty() ? name : dir + "/" + name;
@@ -332,9 +332,11 @@ TEST(List, TenThousandEntriesAndChangesUnderWay) {
   while (XFileList(name, roots.c_str(), nullptr, FL_RECURSE)) {
     seen.push_back(fs::path(name).filename().string());
     if (seen.back() == "1") tree.Remove("a/x");
+#ifndef _WIN32  // where a directory that is being searched cannot go
     if (seen.back() == "4") tree.Remove("c");
+#endif
   }
-  if (seen.size() > 4) seen.erase(std::find(seen.begin(), seen.end(), "5"));  // may be read already
+  seen.erase(std::remove(seen.begin(), seen.end(), "5"), seen.end());  // may be read already
   EXPECT_EQ(seen, (Names{"1", "3", "4", "6"}));
 }
 
@@ -350,14 +352,16 @@ TEST(List, EveryAllocationMayFail) {
       quern::ErrClear();
       if (fresh) quern::ClsGarbage(quern::kFinderTag);
       if (fresh) quern::ClsGarbage(quern::ClassTag("CSL"));
-      AllocationFault fault(number);
-      Names names;
-      char name[262];
-      while (XFileList(name, "%TVX_TREE%", "x;*.t", FL_RECURSE)) {
-        names.push_back(name);
-        ASSERT_LE(names.size(), wanted.size());
+      static char found[8][262];  // nothing of the test's own may be allocated meanwhile
+      size_t count = 0;
+      bool hit;
+      {
+        AllocationFault fault(number);
+        while (count < 8 && XFileList(found[count], "%TVX_TREE%", "x;*.t", FL_RECURSE)) ++count;
+        hit = fault.Hit();
       }
-      if (!fault.Hit()) {
+      Names names(found, found + count);
+      if (!hit) {
         EXPECT_EQ(names, wanted);
         EXPECT_GT(number, 5);
         break;
@@ -366,8 +370,8 @@ TEST(List, EveryAllocationMayFail) {
       if (ErrLast != 0) {
         EXPECT_NE(ClearedTrail(), "");
       }
-      for (const std::string& found : names)
-        EXPECT_NE(std::find(wanted.begin(), wanted.end(), found), wanted.end());
+      for (const std::string& name : names)
+        EXPECT_NE(std::find(wanted.begin(), wanted.end(), name), wanted.end());
       ASSERT_EQ(List("%TVX_TREE%", "x;*.t", FL_RECURSE), wanted) << number;  // nothing lasts
       ASSERT_LT(number, 500);
     }

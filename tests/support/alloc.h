@@ -8,7 +8,8 @@
 
 namespace tavrix_test {
 
-// While it lives, the allocation with the given number (from 1) fails, and as many after it as `more`.
+// While it lives, the allocation with the given number (from 1) fails, and as many after it as
+// `more`.
 class AllocationFault {
  public:
   explicit AllocationFault(int64_t number, int64_t more = 0);
