@@ -73,10 +73,10 @@ struct RawBytes {
 
   bool Grow() {
     if (capacity > 0x3FFFFFFF) return false;
-    char* block =
-        static_cast<char*>(realloc(data == firstBatch ? nullptr : data, size_t{capacity} * 2));
+    bool first = data == firstBatch;
+    char* block = static_cast<char*>(realloc(first ? nullptr : data, size_t{capacity} * 2));
     if (!block) return false;
-    if (data == firstBatch) memcpy(block, data, used);
+    if (first) memcpy(block, firstBatch, used);
     data = block;
     capacity *= 2;
     return true;

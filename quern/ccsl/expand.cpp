@@ -65,8 +65,8 @@ class Expansion {
   // Replaces the reference between two '%'; returns where the walk goes on.
   size_t Reference(size_t open, size_t close) {
     buf_->pData[close] = '\0';
-    char* value;
-    uint32_t length;
+    char* value = nullptr;
+    uint32_t length = 0;
     Found found = ValueOf(buf_->pData + open + 1, &value, &length);
     buf_->pData[close] = '%';
     if (found == Found::kNothing) return close + (open + 1);
@@ -76,8 +76,8 @@ class Expansion {
 
   // The text has no reference: it may be a name as it stands.
   void WholeText() {
-    char* value;
-    uint32_t length;
+    char* value = nullptr;
+    uint32_t length = 0;
     Found found = ValueOf(buf_->pData, &value, &length);
     if (found != Found::kNothing) Replace(found, 0, length_, length_, value, length);
   }

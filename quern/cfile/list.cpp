@@ -35,12 +35,12 @@ RootList rootList = {nullptr, 0, -1};
 // A splitter over a copy of a list, in one heap block; null after raising 1.
 MemSplit* SplitCopy(const char* list) {
   size_t length = strlen(list);
-  char* block = static_cast<char*>(malloc(sizeof(MemSplit) + length + 1));
-  if (!block) return ErrRaise(kModule, 1402, 1), nullptr;
-  char* text = block + sizeof(MemSplit);
+  auto* split = static_cast<MemSplit*>(malloc(sizeof(MemSplit) + length + 1));
+  if (!split) return ErrRaise(kModule, 1402, 1), nullptr;
+  char* text = reinterpret_cast<char*>(split + 1);
   memcpy(text, list, length + 1);
-  return MemSplitInit(reinterpret_cast<MemSplit*>(block), text, static_cast<uint32_t>(length), ";",
-                      1);
+  MemSplitInit(split, text, static_cast<uint32_t>(length), ";", 1);
+  return split;
 }
 
 // Tells whether something was raised while it lives, and keeps the caller's ErrLast if not.
