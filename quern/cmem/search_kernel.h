@@ -163,8 +163,9 @@ class PatternScan {
         const Verdict verdict = Compare(place);
         if (verdict.mismatch == pattern_.size) return place;
         const uint8_t* const next = place + verdict.skip;
-        // A long way to go on has paid for the comparison.
-        if (verdict.skip < kWidth / 2 && Teaches(place, verdict.mismatch)) {
+        // A way to go on has paid for the comparison, unless the filter can come to know it all.
+        if ((verdict.skip < kPaid || pattern_.size <= kMostSpots) &&
+            Teaches(place, verdict.mismatch)) {
           at = next;  // the filter knows better now
           break;
         }
@@ -180,8 +181,10 @@ class PatternScan {
 
  private:
   static constexpr ptrdiff_t kWidth = V::kWidth;
-  static constexpr int kFewSpots = 3, kMoreSpots = 8, kMostSpots = 16;
+  static constexpr int kFewSpots = 3, kMoreSpots = 8, kMostSpots = 24;
+  static constexpr size_t kPaid = 8;
   static constexpr int kLessons = 8;            // before more spots are used
+  static constexpr int kMostLessons = 64;       // of the most spots: what they miss now, they miss
   static constexpr ptrdiff_t kQuiet = 1 << 16;  // bytes without a place to compare: fewer will do
   static constexpr int64_t kCredit = 256, kMostCredit = 4096;
 
@@ -209,7 +212,7 @@ class PatternScan {
   template <int kSpots>
   QUERN_INLINE V Survivors(const uint8_t* at) const {
     V all = Same(at, 0);
-#pragma GCC unroll 16
+#pragma GCC unroll 24
     for (int i = 1; i < kSpots; ++i) all = all & Same(at, i);
     return all;
   }
@@ -264,7 +267,7 @@ class PatternScan {
   // help, more spots are used.
   bool Teaches(const uint8_t* place, size_t mismatch) {
     Charge(place, mismatch);
-    if (balance_ >= 0) return false;
+    if (balance_ >= 0 || (spots_ == kMostSpots && lessons_ == kMostLessons)) return false;
     SetSpot(next_spot_, mismatch);
     if (++next_spot_ == spots_) next_spot_ = 0;
     if (++lessons_ >= kLessons && spots_ != kMostSpots)
@@ -283,8 +286,13 @@ class PatternScan {
     if (cut_.period) balance_ = More(balance_, -kMostCredit);
   }
 
-  // Spots that no failure has taught yet are spread over the pattern.
+  // Spots that no failure has taught yet are spread over the pattern. As many as it has bytes are
+  // all of them: then nothing passes that does not match.
   void UseSpots(int count) {
+    if (pattern_.size <= static_cast<size_t>(count)) {
+      for (int i = 0; i < count; ++i) SetSpot(i, static_cast<size_t>(i) % pattern_.size);
+      ready_ = count;
+    }
     for (; ready_ < count; ++ready_)
       SetSpot(ready_, static_cast<size_t>(uint64_t{pattern_.size} * ready_ / kMostSpots));
     next_spot_ = count > spots_ ? spots_ : 0;
