@@ -2,13 +2,14 @@
 // plain ones.
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #ifndef _WIN32
 
-#include "platform/posix/match.h"
+#include <unistd.h>
+
 #include "platform/win32.h"
+#include "tests/support/name_model.h"
 
 namespace {
 
@@ -16,44 +17,13 @@ void Require(bool holds) {
   if (!holds) abort();
 }
 
-bool Matches(const std::string& pattern, const std::string& name) {
-  posix_layer::UpperTable upper = posix_layer::CurrentUpper();
-  posix_layer::NamePattern compiled;
-  posix_layer::CompilePattern(pattern.data(), static_cast<uint32_t>(pattern.size()), upper,
-                              &compiled);
-  return posix_layer::MatchName(compiled, name.data(), static_cast<uint32_t>(name.size()), upper);
-}
-
-void TryMatch(const std::string& pattern, const std::string& name) {
-  bool matches = Matches(pattern, name);
-  // A second '*' beside a first adds nothing where no '.' follows.
-  size_t any = pattern.find('*');
-  if (any != std::string::npos && pattern != "*.*" && pattern.size() < 259 &&
-      (any + 1 == pattern.size() || pattern[any + 1] != '.')) {
-    Require(Matches(std::string(pattern).insert(any, 1, '*'), name) == matches);
-  }
-  // A name finds itself, unless it is a pattern.
-  if (name.find_first_of("*?") == std::string::npos) Require(Matches(name, name));
-  Require(Matches("*", name) && Matches("*.*", name));
-}
-
 void TryFullName(const std::string& name) {
-  char full[8192], again[8192];
-  char* part = nullptr;
-  DWORD length = GetFullPathNameA(name.c_str(), sizeof full, full, &part);
-  if (length == 0) {
-    Require(name.empty() || name.size() >= MAX_PATH);
-    return;
-  }
-  Require(strlen(full) == length && length < sizeof full);
-  Require(!part || (part > full && *part));
+  char full[8192], home[4096];
+  DWORD length = GetFullPathNameA(name.c_str(), sizeof full, full, nullptr);
+  if (length == 0) return Require(name.empty() || name.size() >= MAX_PATH);
+  Require(full == tavrix_test::ModelFull(name, getcwd(home, sizeof home)));
   // One byte less than needed is refused.
-  Require(GetFullPathNameA(name.c_str(), length, again, nullptr) == length + 1);
-  if (full[0] != '/' || length >= MAX_PATH) return;
-  Require(!strstr(full, "//") && !strstr(full, "/./") && !strstr(full, "/../") &&
-          !strchr(full, '\\'));
-  Require(GetFullPathNameA(full, sizeof again, again, nullptr) == length);
-  Require(strcmp(full, again) == 0);
+  Require(GetFullPathNameA(name.c_str(), length, full, nullptr) == length + 1);
 }
 
 }  // namespace
@@ -63,7 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   size_t middle = text.find('\n');
   std::string pattern = text.substr(0, middle).c_str();
   std::string name = middle == std::string::npos ? "" : text.substr(middle + 1).c_str();
-  if (pattern.size() <= 259 && name.size() <= 255) TryMatch(pattern, name);
+  if (pattern.size() <= 259 && name.size() <= 255) {
+    Require(tavrix_test::Matches(pattern, name) == tavrix_test::ModelMatch(pattern, name));
+  }
   TryFullName(pattern);
   return 0;
 }

@@ -155,8 +155,7 @@ class PatternScan {
   const uint8_t* Next(const uint8_t* at, const uint8_t* last) {
     settled_ = at;
     while (at < last) {
-      const Group group =
-          spots_ == kFewSpots ? NextGroup<kFewSpots>(at, last) : NextDense(at, last);
+      const Group group = level_ == 0 ? NextGroup<kFewSpots>(at, last) : NextDense(at, last);
       at = group.end;
       for (uint64_t left = group.left; left;) {
         const uint8_t* const place = group.base + LowestBit(left);
@@ -181,7 +180,10 @@ class PatternScan {
 
  private:
   static constexpr ptrdiff_t kWidth = V::kWidth;
-  static constexpr int kFewSpots = 3, kMoreSpots = 8, kMostSpots = 24;
+  // How many spots the filter uses, by level.
+  static constexpr int kSpotCounts[] = {3, 8, 16, 24};
+  static constexpr int kFewSpots = kSpotCounts[0], kTopLevel = 3,
+                       kMostSpots = kSpotCounts[kTopLevel];
   static constexpr size_t kPaid = 8;
   static constexpr int kLessons = 8;            // before more spots are used
   static constexpr int kMostLessons = 64;       // of the most spots: what they miss now, they miss
@@ -225,7 +227,7 @@ class PatternScan {
 
   template <int kSpots>
   QUERN_INLINE Group NextGroup(const uint8_t* at, const uint8_t* last) const {
-    for (; kSpots != kMostSpots && last - at >= 2 * kWidth; at += 2 * kWidth) {
+    for (; kSpots <= kSpotCounts[1] && last - at >= 2 * kWidth; at += 2 * kWidth) {
       const V low = Survivors<kSpots>(at), high = Survivors<kSpots>(at + kWidth);
       if ((low | high).Any()) return {at, at + 2 * kWidth, PairBits(low, high)};
     }
@@ -243,9 +245,10 @@ class PatternScan {
 
   [[gnu::noinline]] Group NextDense(const uint8_t* at, const uint8_t* last) {
     last = at + Less(last - at, kQuiet);
-    const Group group =
-        spots_ == kMoreSpots ? NextGroup<kMoreSpots>(at, last) : NextGroup<kMostSpots>(at, last);
-    if (!group.left && last - at == kQuiet) UseSpots(spots_ == kMoreSpots ? kFewSpots : kMoreSpots);
+    const Group group = level_ == 1   ? NextGroup<kSpotCounts[1]>(at, last)
+                        : level_ == 2 ? NextGroup<kSpotCounts[2]>(at, last)
+                                      : NextGroup<kMostSpots>(at, last);
+    if (!group.left && last - at == kQuiet) UseLevel(level_ - 1);
     return group;
   }
 
@@ -267,11 +270,10 @@ class PatternScan {
   // help, more spots are used.
   bool Teaches(const uint8_t* place, size_t mismatch) {
     Charge(place, mismatch);
-    if (balance_ >= 0 || (spots_ == kMostSpots && lessons_ == kMostLessons)) return false;
+    if (balance_ >= 0 || (level_ == kTopLevel && lessons_ == kMostLessons)) return false;
     SetSpot(next_spot_, mismatch);
-    if (++next_spot_ == spots_) next_spot_ = 0;
-    if (++lessons_ >= kLessons && spots_ != kMostSpots)
-      UseSpots(spots_ == kFewSpots ? kMoreSpots : kMostSpots);
+    if (++next_spot_ == kSpotCounts[level_]) next_spot_ = 0;
+    if (++lessons_ >= kLessons && level_ != kTopLevel) UseLevel(level_ + 1);
     return true;
   }
 
@@ -288,25 +290,26 @@ class PatternScan {
 
   // Spots that no failure has taught yet are spread over the pattern. As many as it has bytes are
   // all of them: then nothing passes that does not match.
-  void UseSpots(int count) {
+  void UseLevel(int level) {
+    const int count = kSpotCounts[level];
     if (pattern_.size <= static_cast<size_t>(count)) {
       for (int i = 0; i < count; ++i) SetSpot(i, static_cast<size_t>(i) % pattern_.size);
-      ready_ = count;
+      ready_ = More(ready_, count);
     }
     for (; ready_ < count; ++ready_)
       SetSpot(ready_, static_cast<size_t>(uint64_t{pattern_.size} * ready_ / kMostSpots));
-    next_spot_ = count > spots_ ? spots_ : 0;
-    spots_ = count;
+    next_spot_ = level > level_ ? kSpotCounts[level_] : 0;
+    level_ = level;
     lessons_ = 0;
   }
 
   const Pattern& pattern_;
   const uint8_t* const highest_;  // the last place from which a whole vector of places can be read
 
-  int spots_ = kFewSpots;  // spots that the filter uses
+  int level_ = 0;
   int ready_ = kFewSpots;  // spots that are set
   int next_spot_ = 0;      // which one the next lesson replaces
-  int lessons_ = 0;        // since the number of spots was chosen
+  int lessons_ = 0;        // since the level was chosen
   size_t spot_[kMostSpots];
   V value_[kMostSpots];   // the byte there, repeated
   V spread_[kMostSpots];  // the bits in which its forms differ
