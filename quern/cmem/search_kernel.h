@@ -133,6 +133,11 @@ size_t Mismatch(const uint8_t* text, const Pattern& pattern, size_t from, size_t
   return i;
 }
 
+// How many spots the filter of a pattern search uses, by level.
+inline constexpr int kSpotCounts[] = {3, 8, 16, 24};
+inline constexpr int kTopLevel = 3;
+inline constexpr int kFewSpots = kSpotCounts[0], kMostSpots = kSpotCounts[kTopLevel];
+
 // One search for a pattern of at least one byte.
 //
 // A filter compares whole vectors of places with the pattern at a few spots, at first the three
@@ -180,10 +185,6 @@ class PatternScan {
 
  private:
   static constexpr ptrdiff_t kWidth = V::kWidth;
-  // How many spots the filter uses, by level.
-  static constexpr int kSpotCounts[] = {3, 8, 16, 24};
-  static constexpr int kFewSpots = kSpotCounts[0], kTopLevel = 3,
-                       kMostSpots = kSpotCounts[kTopLevel];
   static constexpr size_t kPaid = 8;
   static constexpr int kLessons = 8;            // before more spots are used
   static constexpr int kMostLessons = 64;       // of the most spots: what they miss now, they miss
