@@ -24,6 +24,7 @@
 #include <windows.h>
 //
 #include <commdlg.h>
+#include <malloc.h>  // _msize
 
 #else
 
@@ -66,6 +67,7 @@ inline constexpr DWORD ERROR_GEN_FAILURE = 31;
 inline constexpr DWORD ERROR_SHARING_VIOLATION = 32;
 inline constexpr DWORD ERROR_FILE_EXISTS = 80;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+inline constexpr DWORD ERROR_BROKEN_PIPE = 109;
 inline constexpr DWORD ERROR_DISK_FULL = 112;
 inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
@@ -75,15 +77,78 @@ inline constexpr DWORD ERROR_BAD_EXE_FORMAT = 193;
 inline constexpr DWORD ERROR_ENVVAR_NOT_FOUND = 203;
 inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
 inline constexpr DWORD ERROR_DIRECTORY = 267;
+inline constexpr DWORD ERROR_MR_MID_NOT_FOUND = 317;
 inline constexpr DWORD ERROR_INVALID_ADDRESS = 487;
+inline constexpr DWORD ERROR_NOT_ALL_ASSIGNED = 1300;
+inline constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
 
 DWORD GetLastError();
 void SetLastError(DWORD code);
 
+// --- message -------------------------------------------------------------------------------------
+
+inline constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
+inline constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
+
+// The English text of a system error, which ends in a period, a carriage return and a line feed, in
+// a block of its own; its address is stored at `buffer` (a char** behind a char*), and LocalFree
+// frees it. Returns its length; 0, and stores null, with ERROR_MR_MID_NOT_FOUND when there is no
+// such message, ERROR_INVALID_PARAMETER when its text has inserts, or the flags are not the two
+// above together, ERROR_NOT_ENOUGH_MEMORY. `source`, `language`, `size` and `arguments` are unused.
+DWORD FormatMessageA(DWORD flags, const void* source, DWORD message, DWORD language, char* buffer,
+                     DWORD size, void* arguments);
+
+// Returns null.
+void* LocalFree(void* block);
+
+// --- clock ---------------------------------------------------------------------------------------
+
+struct SYSTEMTIME {
+  WORD wYear;
+  WORD wMonth;
+  WORD wDayOfWeek;  // 0 is Sunday
+  WORD wDay;
+  WORD wHour;
+  WORD wMinute;
+  WORD wSecond;
+  WORD wMilliseconds;
+};
+
+// A change of the zone (tzset) is seen with the next second at the latest. There is no second 60.
+void GetLocalTime(SYSTEMTIME* time);
+
+// Milliseconds since the system started, sleep included; wraps after 49.7 days.
+DWORD GetTickCount();
+
+// --- debug ---------------------------------------------------------------------------------------
+
+// Hands a text to who listens: the variable TAVRIX_DEBUG_OUTPUT, read once, at the first use, names
+// a file that texts are appended to, or "stderr". Without it, and where the file cannot be opened,
+// the text is dropped. The last error is left alone.
+void OutputDebugStringA(const char* text);
+
 // --- handle --------------------------------------------------------------------------------------
 
-// Closes a process, thread or (later) file handle. A process that still runs goes on.
+// Closes a process, thread or token handle. A process that still runs goes on.
+// Handles of GetStdHandle and GetCurrentProcess are not closed: TRUE for the latter, as the real
+// system has it, FALSE for the former.
 BOOL CloseHandle(HANDLE handle);
+
+// --- file ----------------------------------------------------------------------------------------
+
+inline constexpr DWORD STD_INPUT_HANDLE = ~DWORD{0} - 9;
+inline constexpr DWORD STD_OUTPUT_HANDLE = ~DWORD{0} - 10;
+inline constexpr DWORD STD_ERROR_HANDLE = ~DWORD{0} - 11;
+
+// The handle of the descriptor 0, 1 or 2; always the same. Null, and the last error left alone,
+// while the descriptor is not open; INVALID_HANDLE_VALUE with ERROR_INVALID_HANDLE for any other
+// `stream`, and with ERROR_NOT_ENOUGH_MEMORY when a first handle finds no memory.
+HANDLE GetStdHandle(DWORD stream);
+
+// Writes all bytes, however many system calls that takes. FALSE with `written` telling how many
+// went out: ERROR_DISK_FULL, ERROR_BROKEN_PIPE (no signal is raised), ERROR_ACCESS_DENIED for a
+// handle that is not for writing. `overlapped` must be null.
+BOOL WriteFile(HANDLE file, const void* data, DWORD size, DWORD* written, void* overlapped);
 
 // --- find ----------------------------------------------------------------------------------------
 
@@ -229,6 +294,46 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 // when the host program keeps the layer from learning it (see WaitForSingleObject).
 BOOL GetExitCodeProcess(HANDLE process, DWORD* code);
 
+// A constant that stands for the calling process.
+HANDLE GetCurrentProcess();
+
+// Ends the process at once: no exit functions run and no stream is flushed, but a terminal that the
+// console calls have changed is put back.
+[[noreturn]] void ExitProcess(UINT code);
+
+// --- session -------------------------------------------------------------------------------------
+
+inline constexpr DWORD TOKEN_QUERY = 0x8;
+inline constexpr DWORD TOKEN_ADJUST_PRIVILEGES = 0x20;
+inline constexpr DWORD SE_PRIVILEGE_ENABLED = 2;
+inline constexpr UINT EWX_REBOOT = 2;
+inline constexpr UINT EWX_FORCE = 4;
+
+struct LUID {
+  DWORD LowPart;
+  LONG HighPart;
+};
+
+struct LUID_AND_ATTRIBUTES {
+  LUID Luid;
+  DWORD Attributes;
+};
+
+struct TOKEN_PRIVILEGES {
+  DWORD PrivilegeCount;
+  LUID_AND_ATTRIBUTES Privileges[1];
+};
+
+// Privileges do not exist here. A token of the calling process opens (ERROR_INVALID_HANDLE for any
+// other process); every privilege has a name and none is held: adjusting one succeeds with the last
+// error ERROR_NOT_ALL_ASSIGNED (ERROR_SUCCESS when nothing was asked for), and ending the session
+// fails with ERROR_PRIVILEGE_NOT_HELD.
+BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token);
+BOOL LookupPrivilegeValueA(const char* system, const char* name, LUID* privilege);
+BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, TOKEN_PRIVILEGES* state, DWORD size,
+                           TOKEN_PRIVILEGES* previous, DWORD* previousSize);
+BOOL ExitWindowsEx(UINT flags, DWORD reason);
+
 // --- environment ---------------------------------------------------------------------------------
 
 // Variable names are case-blind: the exact spelling first, then any other. "path", in any spelling,
@@ -316,6 +421,52 @@ struct CONSOLE_SCREEN_BUFFER_INFO {
   COORD dwMaximumWindowSize;
 };
 
+inline constexpr DWORD ENABLE_PROCESSED_INPUT = 1;
+inline constexpr DWORD ENABLE_LINE_INPUT = 2;
+inline constexpr DWORD ENABLE_ECHO_INPUT = 4;
+inline constexpr DWORD ENABLE_PROCESSED_OUTPUT = 1;
+inline constexpr DWORD ENABLE_WRAP_AT_EOL_OUTPUT = 2;
+
+// A console is a terminal behind a standard stream, for output or error where something is written
+// or asked; every other handle fails with ERROR_INVALID_HANDLE, and nothing is written. Its screen
+// buffer is its window. The size comes from the terminal (80 x 24 when it tells none); the cursor's
+// position is asked of it, with a short wait, unless that would take input that is typed ahead or
+// the process runs in the background. A terminal that does not answer is not asked again: the
+// position is then the one last set.
+//
+// A terminal tells no more than that. The cursor's shape, the attribute for new text and those of
+// the cells are what these calls have set themselves: 25 per cent, visible, and 7 to begin with,
+// which stands for the terminal's own colours. Attributes written are attributes read back; what
+// text and scrolling do to cells is not seen. Standard output's stream is flushed before anything
+// is written. A terminal named "dumb" gets no escape sequences.
+//
+// What was changed is put back when a signal ends the process and by ExitProcess; at a normal end
+// all but the colours.
+BOOL GetConsoleScreenBufferInfo(HANDLE output, CONSOLE_SCREEN_BUFFER_INFO* info);
+BOOL GetConsoleCursorInfo(HANDLE output, CONSOLE_CURSOR_INFO* info);
+
+// ERROR_INVALID_PARAMETER for a size of 0 or above 100 per cent.
+BOOL SetConsoleCursorInfo(HANDLE output, const CONSOLE_CURSOR_INFO* info);
+
+// ERROR_INVALID_PARAMETER for a position outside the window.
+BOOL SetConsoleCursorPosition(HANDLE output, COORD position);
+
+BOOL SetConsoleTextAttribute(HANDLE output, WORD attribute);
+
+// Runs of cells from a position on, row by row; what lies behind the last row is left out. The last
+// argument receives the number of cells read (written). Cells are recoloured on the screen where
+// the terminal can do that without a change of its text, otherwise only read back. FALSE with
+// ERROR_INVALID_PARAMETER for a position outside the window, ERROR_NOT_ENOUGH_MEMORY.
+BOOL ReadConsoleOutputAttribute(HANDLE output, WORD* attributes, DWORD count, COORD position,
+                                DWORD* read);
+BOOL WriteConsoleOutputAttribute(HANDLE output, const WORD* attributes, DWORD count, COORD position,
+                                 DWORD* written);
+
+// The three modes of input, or the two of output. Of output the wrapping alone can be set, of input
+// nothing (ERROR_INVALID_PARAMETER).
+BOOL GetConsoleMode(HANDLE console, DWORD* mode);
+BOOL SetConsoleMode(HANDLE console, DWORD mode);
+
 // --- dialog --------------------------------------------------------------------------------------
 
 inline constexpr DWORD CDERR_STRUCTSIZE = 1;
@@ -354,6 +505,23 @@ inline HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool /*
 }
 #else
 HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool directories);
+#endif
+
+// Whether OutputDebugStringA has a listener. The real system does not tell.
+#ifdef _WIN32
+inline bool DebugOutputHeard() { return true; }
+#else
+bool DebugOutputHeard();
+#endif
+
+// GetConsoleScreenBufferInfo for a caller that does not look at the cursor's position: it spares
+// the POSIX layer asking the terminal, and leaves the position in the record as it is there.
+#ifdef _WIN32
+inline BOOL GetConsoleGeometry(HANDLE output, CONSOLE_SCREEN_BUFFER_INFO* info) {
+  return GetConsoleScreenBufferInfo(output, info);
+}
+#else
+BOOL GetConsoleGeometry(HANDLE output, CONSOLE_SCREEN_BUFFER_INFO* info);
 #endif
 
 // Bytes that the runtime's heap has given for a block of malloc or realloc, at least those asked

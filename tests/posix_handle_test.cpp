@@ -34,7 +34,7 @@ TEST(PosixHandle, RefusesWhatIsNotOpen) {
   EXPECT_TRUE(CloseHandle(first));
   HANDLE second = OpenHandle(kCounted, &object), other = OpenHandle(kOther, &object);
   // The first one's place is used again; the last kind has a call of its own.
-  for (HANDLE bad : {first, HANDLE{nullptr}, INVALID_HANDLE_VALUE, static_cast<HANDLE>(&object),
+  for (HANDLE bad : {first, HANDLE{nullptr}, static_cast<HANDLE>(&object),
                      static_cast<HANDLE>(static_cast<char*>(second) + 1),
                      reinterpret_cast<HANDLE>(uintptr_t{0x3FFFFC}), other}) {
     SetLastError(0);

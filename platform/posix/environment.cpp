@@ -3,6 +3,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -11,34 +12,50 @@
 namespace posix_layer {
 namespace {
 
-// The text of the variable, "NAME=value", with the exact spelling or else with any other, or null.
-const char* FindVariable(const char* name, size_t length) {
-  const char* other = nullptr;
-  for (char** entry = environ; entry && *entry; ++entry) {
-    if (strncasecmp(*entry, name, length) != 0 || (*entry)[length] != '=') continue;
-    if (memcmp(*entry, name, length) == 0) return *entry;
-    if (!other) other = *entry;
-  }
-  return other;
+int Fold(char c) { return tolower(static_cast<unsigned char>(c)); }
+
+bool IsName(const char* name) { return name && *name && !strchr(name, '='); }
+
+// The place of the value in "NAME=value" when that is the name, or null. Nothing else than a name
+// is ever found: no text goes on behind a '='.
+const char* ValueIn(const char* entry, const char* name) {
+  while (*name && *entry == *name && *name != '=') ++entry, ++name;
+  return !*name && *entry == '=' ? entry + 1 : nullptr;
 }
 
-bool IsPathList(const char* name) { return strcasecmp(name, "path") == 0; }
+const char* ValueInBlindly(const char* entry, const char* name) {
+  while (*name && Fold(*entry) == Fold(*name) && *name != '=') ++entry, ++name;
+  return !*name && *entry == '=' ? entry + 1 : nullptr;
+}
+
+// The value of the variable with the exact spelling or else with any other, or null.
+const char* FindValue(const char* name) {
+  if (!environ || !*name) return nullptr;
+  char second = name[1] ? name[1] : '=';
+  for (char** entry = environ; *entry; ++entry) {
+    if ((*entry)[0] != name[0] || (*entry)[1] != second) continue;  // as nearly all
+    if (const char* value = ValueIn(*entry, name)) return value;
+  }
+  for (char** entry = environ; *entry; ++entry)
+    if (const char* value = ValueInBlindly(*entry, name)) return value;
+  return nullptr;
+}
+
+bool IsPathList(const char* name) {
+  return (name[0] == 'P' || name[0] == 'p') && strcasecmp(name, "path") == 0;
+}
 
 void Exchange(char* text, char from, char to) {
   for (; (text = strchr(text, from)) != nullptr; ++text) *text = to;
 }
-
-bool IsName(const char* name) { return name && *name && !strchr(name, '='); }
 
 }  // namespace
 }  // namespace posix_layer
 
 DWORD GetEnvironmentVariableA(const char* name, char* buffer, DWORD size) {
   using namespace posix_layer;
-  size_t nameLength = IsName(name) ? strlen(name) : 0;
-  const char* entry = nameLength ? FindVariable(name, nameLength) : nullptr;
-  if (!entry) return Fail(ERROR_ENVVAR_NOT_FOUND), 0;
-  const char* value = entry + nameLength + 1;
+  const char* value = name ? FindValue(name) : nullptr;
+  if (!value) return Fail(ERROR_ENVVAR_NOT_FOUND), 0;
   size_t length = strlen(value);
   if (length >= size || !buffer) return static_cast<DWORD>(length) + 1;
   memcpy(buffer, value, length + 1);
@@ -50,14 +67,14 @@ BOOL SetEnvironmentVariableA(const char* name, const char* value) {
   using namespace posix_layer;
   if (!IsName(name)) return Fail(ERROR_INVALID_PARAMETER);
   size_t nameLength = strlen(name);
-  const char* entry = FindVariable(name, nameLength);
-  if (!value && !entry) return Fail(ERROR_ENVVAR_NOT_FOUND);
+  const char* before = FindValue(name);
+  if (!value && !before) return Fail(ERROR_ENVVAR_NOT_FOUND);
   // One block: the name as it is spelled already, and the value as it is stored.
   size_t valueLength = value ? strlen(value) : 0;
   char* spelled = static_cast<char*>(malloc(nameLength + valueLength + 2));
   if (!spelled) return Fail(ERROR_NOT_ENOUGH_MEMORY);
   char* stored = spelled + nameLength + 1;
-  memcpy(spelled, entry ? entry : name, nameLength);
+  memcpy(spelled, before ? before - 1 - nameLength : name, nameLength);
   spelled[nameLength] = 0;
   int result;
   if (value) {

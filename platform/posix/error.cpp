@@ -48,6 +48,8 @@ DWORD posix_layer::ErrorFromErrno(int number) {
     case EDQUOT:
     case EFBIG:
       return ERROR_DISK_FULL;
+    case EPIPE:
+      return ERROR_BROKEN_PIPE;
     case ENOTEMPTY:
       return ERROR_DIR_NOT_EMPTY;
     case ENOEXEC:

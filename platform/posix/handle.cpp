@@ -92,6 +92,7 @@ void* TakeHandle(HANDLE handle, const HandleKind& kind) {
 }  // namespace posix_layer
 
 BOOL CloseHandle(HANDLE handle) {
+  if (handle == GetCurrentProcess()) return TRUE;
   posix_layer::Slot* slot = posix_layer::Find(handle);
   if (!slot || !slot->kind->close) return posix_layer::Fail(ERROR_INVALID_HANDLE);
   void (*close)(void*) = slot->kind->close;

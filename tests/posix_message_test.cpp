@@ -1,0 +1,88 @@
+// Texts of system errors.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "platform/win32.h"
+#include "tests/support/alloc.h"
+
+namespace {
+
+constexpr DWORD kFlags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
+
+// The text, or "<error>" when there is none.
+std::string Message(DWORD code, DWORD flags = kFlags) {
+  char* text = reinterpret_cast<char*>(&text);
+  SetLastError(0);
+  DWORD length =
+      FormatMessageA(flags, nullptr, code, 0, reinterpret_cast<char*>(&text), 0, nullptr);
+  if (length == 0) return "<" + std::to_string(GetLastError()) + ">";
+  EXPECT_EQ(GetLastError(), 0u) << "a success leaves it alone";
+  std::string result = text;
+  EXPECT_EQ(length, result.size());
+  EXPECT_EQ(LocalFree(text), nullptr);
+  return result;
+}
+
+TEST(PosixMessage, HasATextForWhatTheLayerSets) {
+  EXPECT_EQ(Message(ERROR_SUCCESS), "The operation completed successfully.\r\n");
+  EXPECT_EQ(Message(ERROR_FILE_NOT_FOUND), "The system cannot find the file specified.\r\n");
+  EXPECT_EQ(Message(ERROR_PRIVILEGE_NOT_HELD),
+            "A required privilege is not held by the client.\r\n");
+  for (DWORD code : {ERROR_INVALID_FUNCTION,    ERROR_PATH_NOT_FOUND,
+                     ERROR_TOO_MANY_OPEN_FILES, ERROR_ACCESS_DENIED,
+                     ERROR_INVALID_HANDLE,      ERROR_NOT_ENOUGH_MEMORY,
+                     ERROR_NO_MORE_FILES,       ERROR_WRITE_PROTECT,
+                     ERROR_GEN_FAILURE,         ERROR_SHARING_VIOLATION,
+                     ERROR_FILE_EXISTS,         ERROR_INVALID_PARAMETER,
+                     ERROR_BROKEN_PIPE,         ERROR_DISK_FULL,
+                     ERROR_INSUFFICIENT_BUFFER, ERROR_INVALID_NAME,
+                     ERROR_DIR_NOT_EMPTY,       ERROR_ALREADY_EXISTS,
+                     ERROR_ENVVAR_NOT_FOUND,    ERROR_FILENAME_EXCED_RANGE,
+                     ERROR_DIRECTORY,           ERROR_INVALID_ADDRESS,
+                     ERROR_NOT_ALL_ASSIGNED}) {
+    EXPECT_GT(Message(code).size(), 6u) << code;
+  }
+  // Theirs have inserts.
+  EXPECT_EQ(Message(ERROR_BAD_EXE_FORMAT), "<87>");
+  EXPECT_EQ(Message(ERROR_MR_MID_NOT_FOUND), "<87>");
+}
+
+TEST(PosixMessage, KnowsEveryTextByItsCodeAlone) {
+  std::set<std::string> texts;
+  DWORD found = 0;
+  for (DWORD code = 0; code < 0x10000; ++code) {
+    std::string text = Message(code);
+    if (text == "<317>" || text == "<87>") continue;
+    ++found;
+    texts.insert(text);
+    ASSERT_GT(text.size(), 3u);
+    EXPECT_EQ(text.substr(text.size() - 3), ".\r\n") << code;
+    EXPECT_EQ(text.find('%'), std::string::npos) << "an insert: " << text;
+    EXPECT_EQ(text.find("  "), std::string::npos) << text;
+  }
+  EXPECT_GT(found, 250u);
+  EXPECT_EQ(found - texts.size(), 4u) << "196 and 199, 1450 to 1452, 1453 and 1454 share theirs";
+  EXPECT_EQ(Message(~DWORD{0}), "<317>");
+}
+
+TEST(PosixMessage, FailsWithoutABlock) {
+  EXPECT_EQ(Message(5, FORMAT_MESSAGE_FROM_SYSTEM), "<87>");
+  EXPECT_EQ(Message(5, kFlags | 0x200), "<87>");
+  int64_t before = tavrix_test::LiveBlocks();
+  char* text = reinterpret_cast<char*>(&text);
+  for (DWORD code : {DWORD{5}, ERROR_BAD_EXE_FORMAT, DWORD{35}}) {
+    tavrix_test::AllocationFault fault(1);
+    EXPECT_EQ(FormatMessageA(kFlags, nullptr, code, 0, reinterpret_cast<char*>(&text), 0, nullptr),
+              0u);
+    EXPECT_EQ(fault.Hit(), code == 5) << code;
+    EXPECT_TRUE(code != 5 || GetLastError() == ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(LocalFree(text), nullptr) << "what a failure stores can be freed";
+  }
+  EXPECT_EQ(tavrix_test::LiveBlocks(), before);
+  EXPECT_FALSE(Message(5).empty());
+  EXPECT_EQ(tavrix_test::LiveBlocks(), before);
+}
+
+}  // namespace
