@@ -94,7 +94,7 @@ int32_t ErrThrow(uint32_t code);
 // at least two digits each; "." stands before a code that carries the raise mark of its level, ":"
 // before the first code of a level whose mark is on a text. `depth` counts levels beyond the
 // newest; negative means all. Returns `buffer`, or null and an untouched buffer when there is no
-// code. At most 140 bytes with the terminator. Never makes a stack.
+// code. At most 241 bytes with the terminator. Never makes a stack.
 char* ErrInfo(char* buffer, int32_t depth);
 
 // Empties the stack, and sets ErrLast and the system's last error to 0. -1 when there is no stack.
@@ -104,24 +104,50 @@ int32_t ErrClear();
 // once with that code.
 [[noreturn]] void ErrExit(int32_t x);
 
-// The text of a row of the built-in table.
-extern const MessageRow kMessages[];
+// The built-in messages.
+extern const MessageRow MessageTable[];
 
 // Pushes a text: a message code (looked up, its flags apply to the next raise) or the address of a
 // text that stays valid. An unreadable address is replaced by message 9. Must follow a push: while
 // ErrLast is set, the process ends with the fatal text of message 1. Returns 0.
 int32_t ErrPushText(uint32_t flags, uintptr_t codeOrText);
 
-// Formats a built-in message. The result is the table's own text when it has no conversions, else a
-// copy that lives until the stack is cleared. Null when there was no memory (raised).
+// Formats a built-in message. The result is the table's own text when it has no conversions (or the
+// runtime refuses them), else a copy that lives until the stack is cleared. Null when there was no
+// memory (raised), and for a format that is no readable text.
 const char* ErrText(uint32_t code, ...);
 
 // The same with the application's table, or with a format of the caller's. A text of 512 bytes and
 // more, its terminator included, ends the process (message 6).
 const char* ErrFormat(uintptr_t codeOrFormat, ...);
 
-// Writes the error report. Until the report writer exists, a full report clears the stack and
-// nothing is written. Returns 0.
+// Reads the texts of the stack, system messages included, from the newest entry down. Entries with
+// ERR_SKIP are passed over.
+//
+// With a negative `index` successive calls copy one text each into `buffer` and return it, then 0,
+// after which the next call begins at the top again. An index from 0 up reads that entry from the
+// top, or the next one below that is not hidden; the walk then goes on below it. Returns `buffer`;
+// 0 when there is none; -1 when the entry at an index holds no text. Without a buffer texts are
+// counted (one at an index, else all that are left) and their number returned.
+//
+// A system value gives the first sentence of the system's message and the value: "Access is denied
+// (05)". When the system has none, 1 is raised with message 2, which writes the report, and the
+// result is 0. The caller provides room: nothing is cut.
+intptr_t ErrGetText(char* buffer, int32_t index);
+
+// Writes the error report: a header with the trail, module and line of the newest failure
+// ("Error 19 (CFILE187):"), and texts behind it.
+//
+// The low 16 bits of `mode` are the depth of the trail and the index (from the top) of the one text
+// that is shown. ERR_REPORT_FULL shows every level and text, and clears the stack. `target` is a
+// handle, where a text goes on a new line unless it is the first and fits the console's width; null
+// means standard error when standard output is a console, else ReportBuffer. With
+// ERR_REPORT_COMPOSE it is a buffer of the caller's with room for everything. Without a code to
+// show nothing is written and nothing cleared. Returns 0.
 int32_t ErrReport(void* target, uint32_t mode);
+
+// The last report of a program without a console, cut to fit.
+inline constexpr uint32_t kReportBuffer = 256;  // bytes
+extern char ReportBuffer[kReportBuffer];
 
 }  // namespace quern

@@ -20,7 +20,7 @@ inline constexpr uintptr_t kCollectRequest = 0x40000000;
 
 // The first fields of every registered object. A first word of 0 means that the memory holds none.
 struct InstanceHeader {
-  uint32_t tag;          // up to four characters, the first in the most significant byte
+  uint32_t tag;          // up to four characters, the last in the least significant byte
   uint32_t classNumber;  // 1 to 15: the list that holds the instance
   uint32_t size;         // bytes of the whole instance, this header included
   uint32_t flags;        // INST_ bits; the others belong to the owning module
@@ -54,6 +54,12 @@ struct MessageRow {
   uint32_t flags;    // the low 16 bits of an entry's flags: what the next raise does
 };
 
+// --- texts ---------------------------------------------------------------------------------------
+
+// The text that CslFormat and the time functions fill and return; every call overwrites it.
+inline constexpr uint32_t kSharedText = 104;  // bytes
+extern char SharedText[kSharedText];
+
 // --- failures ------------------------------------------------------------------------------------
 
 // The failure site, in its fixed order: notes where (module name and line, both part of the
@@ -67,5 +73,8 @@ int32_t ErrRaise(const char* module, int32_t line, uint32_t code);
 // The same with a message between the push and the raise: `message` is a code of the message table,
 // formatted with the arguments that follow.
 int32_t ErrRaiseText(const char* module, int32_t line, uint32_t code, uint32_t message, ...);
+
+// The same with a text that stays valid until the stack is cleared.
+int32_t ErrRaiseText(const char* module, int32_t line, uint32_t code, const char* text);
 
 }  // namespace quern

@@ -87,6 +87,10 @@ TEST(Expand, TextWithinTheBuffer) {
   ASSERT_NE(text, nullptr);
   SetEnvironmentVariableA("TVX_LATER", "now");
   EXPECT_STREQ(CslExpand(text + 30), "567890nowtail");
+  // The end of a text within the buffer stays whole.
+  EXPECT_EQ(CslExpand("bz%TVX_Q%"), nullptr);
+  SetEnvironmentVariableA("TVX_Q", "q");
+  EXPECT_STREQ(CslExpand(CslCurrent->bufExpand.pData + 1), "zq");
 }
 
 TEST(Expand, ConsolesAreMadeOnDemandAndReleased) {

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <regex>
 #include <string>
 
+#include "platform/win32.h"
 #include "tests/support/tree.h"
 
 #ifdef _WIN32
@@ -41,6 +43,15 @@ void Expect(const std::string& arguments, int code, const std::string& output) {
   EXPECT_EQ(result.output, output) << arguments;
 }
 
+std::string SystemText(DWORD code) {
+  char* text = nullptr;
+  FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code, 0,
+                 reinterpret_cast<char*>(&text), 0, nullptr);
+  std::string message = text ? text : "";
+  LocalFree(text);
+  return message.substr(0, message.find("\r\n"));
+}
+
 TEST(Tool, ListsWithEveryFlag) {
   Tree tree;
   for (const char* file : {"a.txt", "b.c", "in/c.txt", "in/deep/d.txt"}) tree.File(file);
@@ -74,6 +85,45 @@ TEST(Tool, StringCommands) {
   Expect("cspan abcdef e 3", 0, "3\n");
 }
 
+TEST(Tool, ShowsTextsOfErrors) {
+  Expect("error 29", 0,
+         "message: Illegal file-open-mode specified\nsystem: " + SystemText(29) + "\n");
+  Expect("error 0x52E", 0, "system: " + SystemText(0x52E) + "\n");
+  Expect("error 999999", 1, "tavrix: no text for code 999999\n");
+}
+
+TEST(Tool, ConsoleCommandsOnAPipeWriteNoEscapes) {
+  Result colors = Tavrix("colors");
+  EXPECT_EQ(colors.code, 0);
+  EXPECT_TRUE(colors.output.starts_with(" 00  10  2D ")) << colors.output;
+  EXPECT_EQ(colors.output.find('\x1B'), colors.output.npos);
+  EXPECT_EQ(colors.output.size(), 16 * (16 * 4 + 1u));
+  Tree tree;
+  for (const char* file : {"a", "b", "c/d"}) tree.File(file);
+  Expect("progress \"" + tree.Path() + "\"", 0, std::string(79, '#') + "\n3 names\n");
+  Expect("progress \"" + tree.Path("none") + Tree::Native("/*") + "\"", 0, "0 names\n");
+  SetEnvironmentVariableA("TVX_TOOL", "value");
+  Expect("expand TVX_TOOL", 0, "value\n");
+  Expect("expand \"[%TVX_TOOL%]\"", 0, "[value]\n");
+}
+
+TEST(Tool, TellsTheTime) {
+  Result stamp = Tavrix("stamp");
+  EXPECT_EQ(stamp.code, 0);
+  EXPECT_TRUE(
+      std::regex_match(stamp.output, std::regex(R"(\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d:\d{3}\n)")))
+      << stamp.output;
+  EXPECT_EQ(Tavrix("stamp 4").output.size(), 9u);
+#ifdef _WIN32
+  Result time = Tavrix("time \"cmd /c exit 3\"");
+#else
+  Result time = Tavrix("time 'sh -c \"exit 3\"'");
+#endif
+  EXPECT_EQ(time.code, 0);
+  EXPECT_TRUE(std::regex_match(time.output, std::regex(R"(\d\d?\.\d{3}\n)"))) << time.output;
+  Expect("time no-such-program-here", 1, "tavrix: cannot start 'no-such-program-here'\n");
+}
+
 TEST(Tool, RunsPrograms) {
 #ifdef _WIN32
   Expect("run \"cmd /c exit 3\"", 0, "");
@@ -84,9 +134,10 @@ TEST(Tool, RunsPrograms) {
 }
 
 TEST(Tool, WrongOptionsGetOneLine) {
-  for (const char* wrong : {"", "nonsense", "list", "list x --bogus", "list x --recurse=deep",
-                            "length", "compare a b", "compare a b x", "span a b 0", "span a b 9",
-                            "list x --flags 0x100000000", "list x --flags -1"}) {
+  for (const char* wrong :
+       {"", "nonsense", "list", "list x --bogus", "list x --recurse=deep", "length", "compare a b",
+        "compare a b x", "span a b 0", "span a b 9", "list x --flags 0x100000000",
+        "list x --flags -1", "error x", "error 1 2", "stamp 16", "time", "expand", "progress"}) {
     Result result = Tavrix(wrong);
     EXPECT_EQ(result.code, 2) << wrong;
     EXPECT_EQ(result.output.find('\n'), result.output.size() - 1) << wrong << ": " << result.output;

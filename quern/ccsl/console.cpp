@@ -1,5 +1,8 @@
 #include "quern/ccsl/console.h"
 
+#include <cstdio>
+
+#include "quern/ccsl/colour.h"
 #include "quern/cerr.h"
 #include "quern/cobj.h"
 
@@ -24,6 +27,10 @@ uint32_t CslClass(uintptr_t argument) {
   if (argument == kCollectRequest) return ClsGarbage(kCslTag);
   if (argument) CslCurrent = reinterpret_cast<Console*>(argument);
   if (!CslCurrent) return 0;
+  if (CslCurrent->hOutput) {
+    CslRestoreCursor(CslCurrent);
+    if (!(CslCurrent->header.flags & kCslKeepColours)) CslRestoreColour(CslCurrent);
+  }
   MemBufFree(&CslCurrent->bufExpand);
   ClsDetach(kCslTag, &CslCurrent);
   return 0;
@@ -34,6 +41,19 @@ Console* CslOnDemand() {
   ErrLast = 0;
   if (CslSelect(nullptr)) CslCurrent->header.flags |= INST_IMPLICIT;
   return CslCurrent;
+}
+
+void CslRestoreCursor(const Console* console) {
+  SetConsoleCursorInfo(console->hOutput, &console->savedCursor);
+}
+
+void CslRestoreColour(const Console* console) {
+  WORD saved = console->savedScreen.wAttributes;
+  if (console->header.flags & kCslAnsi) {
+    fputs(CslAnsi(saved, 0), stdout);
+  } else {
+    SetConsoleTextAttribute(console->hOutput, saved);
+  }
 }
 
 }  // namespace quern

@@ -1,5 +1,6 @@
 #include "quern/ccsl/expand.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -16,95 +17,126 @@ constexpr uint32_t kSpare = 20;  // bytes kept behind the text
 constexpr uint32_t kMostReplacements = 1000;
 constexpr uint32_t kMostText = 1 << 20;
 
-enum class Found { kNothing, kValue, kNoMemory };
-
-// A variable's value, on the heap; an empty one is a value, too.
-Found ValueOf(const char* name, char** value, uint32_t* length) {
-  DWORD room = GetEnvironmentVariableA(name, nullptr, 0);
-  if (room == 0) return Found::kNothing;
-  *value = static_cast<char*>(malloc(room));
-  if (!*value) return Found::kNoMemory;
-  *length = GetEnvironmentVariableA(name, *value, room);
-  if (*length < room) return Found::kValue;
-  free(*value);
-  return Found::kNothing;
-}
-
-// One expansion in progress. The buffer's size stays kSpare and more ahead of the text's length.
+// One expansion in progress, in a block with a gap: what the walk has passed lies in front of the
+// gap; behind it the rest of the text, terminated. Values are fetched into the gap.
 class Expansion {
  public:
-  Expansion(MemBuf* buf, const char* text) : buf_(buf), length_(strlen(text)) {
-    char* spare = nullptr;
-    if (MemBufSet(buf, text, static_cast<uint32_t>(length_)))
-      spare = MemBufAdd(buf, nullptr, kSpare);
-    failed_ = !spare;
-    if (spare) memset(spare, 0, kSpare);
+  Expansion(MemBuf* buf, const char* text) : buf_(buf), end_(strlen(text)), size_(end_ + kSpare) {
+    bool inside = MemBufHolds(buf, text);  // a part of an earlier result
+    if (inside) memmove(buf->pData, text, end_);
+    char* data = MemBufSet(buf, nullptr, static_cast<uint32_t>(size_));
+    failed_ = !data;
+    if (failed_) return;
+    if (!inside) memcpy(data, text, end_);
+    memset(data + end_, 0, kSpare);
   }
 
   char* Run() {
+    if (failed_) return nullptr;
     bool handled = false;
-    size_t at = 0;
-    while (!failed_ && at < length_ && replacements_ < kMostReplacements && length_ <= kMostText) {
-      char* open = static_cast<char*>(memchr(buf_->pData + at, '%', length_ - at));
+    while (!failed_ && in_ < end_ && replacements_ < kMostReplacements && Length() <= kMostText) {
+      char* at = buf_->pData + in_;
+      char* open = static_cast<char*>(memchr(at, '%', end_ - in_));
       char* close = open ? strchr(open + 1, '%') : nullptr;
-      if (close) {
-        at = Reference(static_cast<size_t>(open - buf_->pData),
-                       static_cast<size_t>(close - buf_->pData));
-      } else if (!handled) {
-        WholeText();
-        break;
-      } else {
+      if (!close) {
+        if (!handled) WholeText();
         break;
       }
+      Pass(static_cast<size_t>(open - at));
+      Reference(static_cast<size_t>(close - open));
       handled = true;
     }
-    return failed_ || !lastHadValue_ ? nullptr : buf_->pData;
+    return CloseGap() && lastHadValue_ ? buf_->pData : nullptr;
   }
 
  private:
-  // Replaces the reference between two '%'; returns where the walk goes on.
-  size_t Reference(size_t open, size_t close) {
-    buf_->pData[close] = '\0';
-    char* value = nullptr;
-    uint32_t length = 0;
-    Found found = ValueOf(buf_->pData + open + 1, &value, &length);
-    buf_->pData[close] = '%';
-    if (found == Found::kNothing) return close + (open + 1);
-    Replace(found, open, close + 1, close - open - 1, value, length);
-    return open;
+  size_t Length() const { return out_ + (end_ - in_); }
+
+  // The walk goes on by `count` bytes, if there are so many.
+  void Pass(size_t count) {
+    if (count > end_ - in_) count = end_ - in_;
+    memmove(buf_->pData + out_, buf_->pData + in_, count);
+    out_ += count;
+    in_ += count;
+  }
+
+  // Replaces the reference at the walk, whose second '%' lies `close` bytes behind the first, or
+  // passes it.
+  void Reference(size_t close) {
+    buf_->pData[in_ + close] = '\0';
+    uint32_t length;
+    if (!Fetch(1, &length)) {
+      buf_->pData[in_ + close] = '%';
+      Pass(close + (out_ + 1));
+      return;
+    }
+    in_ += close + 1;
+    Replaced(length, close - 1);
+    if (memchr(buf_->pData + out_, '%', length)) {
+      in_ -= length;
+      memmove(buf_->pData + in_, buf_->pData + out_, length);
+    } else {
+      out_ += length;
+    }
   }
 
   // The text has no reference: it may be a name as it stands.
   void WholeText() {
-    char* value = nullptr;
-    uint32_t length = 0;
-    Found found = ValueOf(buf_->pData, &value, &length);
-    if (found != Found::kNothing) Replace(found, 0, length_, length_, value, length);
+    uint32_t length;
+    if (!Fetch(0, &length)) return;
+    Replaced(length, end_ - in_);
+    in_ = end_;
+    out_ += length;
   }
 
-  // Puts a fetched value in the place of the bytes from `from` to `to`, which name it with
-  // `nameLength`.
-  void Replace(Found found, size_t from, size_t to, size_t nameLength, char* value,
-               uint32_t length) {
-    uint64_t size = uint64_t{buf_->nSize} + length - nameLength;
-    if (found == Found::kNoMemory || size > UINT32_MAX ||
-        (length > nameLength && !MemBufSet(buf_, nullptr, static_cast<uint32_t>(size)))) {
-      if (found == Found::kValue) free(value);
-      ErrRaise(kModule, 531, 2);
-      failed_ = true;
-      return;
-    }
-    memmove(buf_->pData + from + length, buf_->pData + to, length_ - to + 1);
-    memcpy(buf_->pData + from, value, length);
-    free(value);
-    length_ = length_ - (to - from) + length;
-    MemBufSet(buf_, nullptr, static_cast<uint32_t>(size));
+  void Replaced(uint32_t length, size_t nameLength) {
+    size_ += length - nameLength;
     lastHadValue_ = length != 0;
     ++replacements_;
   }
 
+  // Fetches the value of the variable whose name stands `name` bytes behind the gap. False when
+  // there is none, or after a failure.
+  bool Fetch(size_t name, uint32_t* length) {
+    for (;;) {
+      DWORD room = static_cast<DWORD>(in_ - out_);
+      const char* text = buf_->pData + in_ + name;
+      *length = GetEnvironmentVariableA(text, buf_->pData + out_, room);
+      // An empty value is a value, too.
+      if (*length == 0 && GetEnvironmentVariableA(text, nullptr, 0) == 0) return false;
+      if (*length < room) return true;
+      if (!Widen(*length)) return false;
+    }
+  }
+
+  // Makes the gap wider, by `count` bytes at least. False after a failure.
+  bool Widen(uint32_t count) {
+    uint64_t size = uint64_t{buf_->nSize} + buf_->nSize / 2 + count;
+    size_t rest = end_ - in_;
+    if (!Resize(size)) return false;
+    end_ = static_cast<size_t>(size);
+    memmove(buf_->pData + end_ - rest, buf_->pData + in_, rest);
+    in_ = end_ - rest;
+    return true;
+  }
+
+  bool CloseGap() {
+    Pass(end_ - in_);
+    buf_->pData[out_] = '\0';
+    return !failed_ && Resize(size_);
+  }
+
+  bool Resize(uint64_t size) {
+    failed_ = size > UINT32_MAX || !MemBufSet(buf_, nullptr, static_cast<uint32_t>(size));
+    if (failed_) ErrRaise(kModule, 531, 2);
+    return !failed_;
+  }
+
   MemBuf* buf_;
-  size_t length_;
+  size_t out_ = 0;  // the gap
+  size_t in_ = 0;   // and its end
+  size_t end_;      // of the rest
+  uint64_t size_;   // of the buffer when the gap is closed: kSpare and more ahead of the text
   uint32_t replacements_ = 0;
   bool lastHadValue_ = false;
   bool failed_ = false;
@@ -118,6 +150,28 @@ char* CslExpand(const char* text) {
   if (!text) MemBufFree(&console->bufExpand);
   if (!text || !*text) return nullptr;
   return Expansion(&console->bufExpand, text).Run();
+}
+
+char* CslSetPrompt(const char* escape) {
+  // A copy: the text may be an earlier result of the expansion.
+  size_t length = escape && *escape ? strlen(escape + 1) : 0;
+  char* rest = static_cast<char*>(malloc(length + 1));
+  if (!rest) return nullptr;
+  memcpy(rest, length ? escape + 1 : "", length + 1);
+  char* prompt = CslExpand("prompt");
+  if (const char* sign = prompt ? strchr(prompt, '$') : nullptr) {
+    bool follows = sign[1] == 'e';
+    size_t at = follows ? static_cast<size_t>(sign + 2 - prompt) : strlen(prompt);
+    size_t size = at + strlen("$e") + length + kSpare;
+    MemBuf* buf = &CslCurrent->bufExpand;
+    if (buf->nSize < size) prompt = MemBufSet(buf, nullptr, static_cast<uint32_t>(size));
+    if (prompt) {
+      sprintf(prompt + at, "%s%s", follows ? "" : "$e", rest);
+      SetEnvironmentVariableA("prompt", prompt);
+    }
+  }
+  free(rest);
+  return prompt;
 }
 
 char* CslExpandTake() { return CslCurrent ? MemBufTake(&CslCurrent->bufExpand) : nullptr; }

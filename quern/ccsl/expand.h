@@ -1,4 +1,4 @@
-// Expansion of %NAME% environment references.
+// Expansion of %NAME% environment references, and the prompt that carries a colour.
 #pragma once
 
 namespace quern {
@@ -18,5 +18,12 @@ char* CslExpand(const char* text);
 
 // Hands the expanded text over to the caller, who frees it. Null when there is none.
 char* CslExpandTake();
+
+// Makes the prompt of the command interpreter carry an escape text (such as CslAnsi's), whose first
+// byte is the prompt's own "$e": puts the rest of it behind a "$e" that comes first among the
+// prompt's references, in the place of all that follows, else appends "$e" and the rest. Returns
+// the variable "prompt" as it is then, in the expansion buffer; unchanged without a "$" in it, null
+// when there is none or no memory.
+char* CslSetPrompt(const char* escape);
 
 }  // namespace quern

@@ -11,7 +11,7 @@
 namespace quern {
 
 // In their stored order; the lookup is linear, so only the last place matters.
-const MessageRow kMessages[] = {
+const MessageRow MessageTable[] = {
     {1, "   Fatal error: No error handler is defined", 0x0000},
     {4, "   Fatal error: Stack for errors exceeded limits", 0x0000},
     {5, "Buffer range overflow", 0x0000},
@@ -62,7 +62,6 @@ constexpr char kModule[] = "cerr";
 
 constexpr uintptr_t kFirstUserCode = 39;  // codes below are looked up in the built-in table
 constexpr int kLongestText = 512;         // of a formatted message, its terminator included
-constexpr UINT_PTR kReadable = 1024;      // bytes of a pushed text that must be readable
 
 // A block that texts still point into, after a stack's message buffer moved to a larger one.
 struct Retired {
@@ -71,12 +70,6 @@ struct Retired {
   Retired* next;
 };
 Retired* retired;
-
-// The row of a code, or the terminating row.
-const MessageRow& Row(const MessageRow* table, uintptr_t code) {
-  while (table->code != code && table->code != 0) ++table;
-  return *table;
-}
 
 // Moves the message buffer to a larger block and retires the old one. False after raising what the
 // buffer's own growth raises.
@@ -120,16 +113,16 @@ const char* FormatList(uintptr_t codeOrFormat, va_list arguments) {
   builtIn |= (ErrCurrent->nPending & ERR_LIBRARY) != 0;
   const MessageRow* table = nullptr;
   if (builtIn) {
-    if (codeOrFormat < kFirstUserCode) table = kMessages;
+    if (codeOrFormat < kFirstUserCode) table = MessageTable;
   } else if (codeOrFormat <= ErrCurrent->nHighest) {
     table = ErrCurrent->pTable;
   }
   const char* format = reinterpret_cast<const char*>(codeOrFormat);
   if (table) {
-    const MessageRow& row = Row(table, codeOrFormat);
+    const MessageRow& row = MessageOf(table, codeOrFormat);
     format = row.text;
     ErrCurrent->nPending |= row.flags;
-  } else if (IsBadStringPtrA(format, kReadable)) {
+  } else if (IsBadStringPtrA(format, kReadableText)) {
     return nullptr;
   }
   if (!strchr(format, '%')) return format;
@@ -139,26 +132,32 @@ const char* FormatList(uintptr_t codeOrFormat, va_list arguments) {
   int length = vsnprintf(text, sizeof text, format, arguments) + 1;
   if (length >= kLongestText) Overflow(format, again, length);
   va_end(again);
+  if (length <= 0) return format;  // the runtime makes no text of it
   return Keep(text, static_cast<uint32_t>(length));
 }
 
 }  // namespace
+
+const MessageRow& MessageOf(const MessageRow* table, uintptr_t code) {
+  while (table->code != code && table->code != 0) ++table;
+  return *table;
+}
 
 int32_t ErrPushText(uint32_t flags, uintptr_t codeOrText) {
   ErrRequireStack();
   uintptr_t text = codeOrText;
   const MessageRow* table = nullptr;
   if (codeOrText <= ErrCurrent->nHighest)
-    table = codeOrText >= kFirstUserCode ? ErrCurrent->pTable : kMessages;
+    table = codeOrText >= kFirstUserCode ? ErrCurrent->pTable : MessageTable;
   if (table) {
-    const MessageRow& row = Row(table, codeOrText);
+    const MessageRow& row = MessageOf(table, codeOrText);
     flags |= row.flags;
     text = reinterpret_cast<uintptr_t>(row.text);
     if (row.code == 0) text = reinterpret_cast<uintptr_t>(ErrFormat(text, codeOrText));
   }
-  if (IsBadStringPtrA(reinterpret_cast<const char*>(text), kReadable)) {
+  if (IsBadStringPtrA(reinterpret_cast<const char*>(text), kReadableText)) {
     const char* replaced = ErrText(9, static_cast<uint32_t>(text));
-    text = reinterpret_cast<uintptr_t>(replaced ? replaced : Row(kMessages, 9).text);
+    text = reinterpret_cast<uintptr_t>(replaced ? replaced : MessageOf(MessageTable, 9).text);
   }
   return ErrPushEntry(flags | ERR_TEXT, text);
 }

@@ -50,10 +50,7 @@ void NoteSite(const char* module, int32_t line) {
 }  // namespace
 
 void ErrFatal(uint32_t message) {
-  const MessageRow* row = kMessages;
-  while (row->code != message) ++row;
-  puts(row->text);
-  fflush(stdout);  // the process may end without the runtime's own clean-up
+  puts(MessageOf(MessageTable, message).text);
   ErrExit(-1);
 }
 
@@ -146,6 +143,14 @@ int32_t ErrRaiseText(const char* module, int32_t line, uint32_t code, uint32_t m
   return -ErrLast;
 }
 
+int32_t ErrRaiseText(const char* module, int32_t line, uint32_t code, const char* text) {
+  NoteSite(module, line);
+  ErrPush(code);
+  ErrPushText(0, reinterpret_cast<uintptr_t>(text));
+  ErrThrow(code);
+  return -ErrLast;
+}
+
 char* ErrInfo(char* buffer, int32_t depth) {
   if (!ErrCurrent) return nullptr;
   if (depth < 0) depth = INT32_MAX;
@@ -187,7 +192,10 @@ int32_t ErrClear() {
 
 void ErrExit(int32_t x) {
   static bool ending;
-  if (ending || ClsExiting()) _Exit(-x);
+  if (ending || ClsExiting()) {
+    fflush(nullptr);
+    ExitProcess(static_cast<UINT>(-x));
+  }
   ending = true;
   exit(-x);
 }

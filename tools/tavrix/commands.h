@@ -3,11 +3,21 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <string>
 
-void AddListCommand(CLI::App& app, int& result);     // list
-void AddStringCommands(CLI::App& app, int& result);  // compare, span, cspan, length
-void AddSystemCommands(CLI::App& app, int& result);  // run, open
+void AddConsoleCommands(CLI::App& app, int& result);  // colors, progress, expand
+void AddListCommand(CLI::App& app, int& result);      // list
+void AddStringCommands(CLI::App& app, int& result);   // compare, span, cspan, length
+void AddSystemCommands(CLI::App& app, int& result);   // run, open, error
+void AddTimeCommands(CLI::App& app, int& result);     // stamp, time
 
 // Prints the code trail of the newest failure, if there is one, on standard error; true if there
 // was.
 bool PrintTrail();
+
+// Starts a program and waits for its end; says so when it cannot be started. The exit code.
+int Run(std::string commandLine);
+
+// The number in an argument, as C writes it: 10, 0x10, 010. A wrong one is a usage error.
+uint32_t Number(const char* option, const std::string& text, uint32_t most);

@@ -16,20 +16,6 @@ struct ListOptions {
   uint32_t flags = 0;
 };
 
-// A number of an option, as C writes it: 10, 0x10, 010.
-uint32_t Number(const char* option, const std::string& text, uint32_t most) {
-  size_t used = 0;
-  unsigned long long number = 0;
-  try {
-    number = std::stoull(text, &used, 0);
-  } catch (const std::exception&) {
-    used = 0;
-  }
-  if (used != text.size() || text.front() == '-' || number > most)
-    throw CLI::ValidationError(option, "'" + text + "' is no number up to " + std::to_string(most));
-  return static_cast<uint32_t>(number);
-}
-
 int List(const ListOptions& options) {
   const char* patterns = options.hasPatterns ? options.patterns.c_str() : nullptr;
   char name[262];

@@ -1,10 +1,11 @@
-// tavrix: the exported functions from the command line.
+// tavrix: the exported functions, and some of the foundation's, from the command line.
 //
 // Exit codes: 0, or what a command says of its own result; 1 after a failing call, with the code
 // trail on standard error; 2 for a wrong option, with one line on standard error.
 
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "tools/tavrix/commands.h"
 
@@ -19,15 +20,30 @@ int WrongUsage(const char* message) {
 
 }  // namespace
 
+uint32_t Number(const char* option, const std::string& text, uint32_t most) {
+  size_t used = 0;
+  unsigned long long number = 0;
+  try {
+    number = std::stoull(text, &used, 0);
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (used != text.size() || text.front() == '-' || number > most)
+    throw CLI::ValidationError(option, "'" + text + "' is no number up to " + std::to_string(most));
+  return static_cast<uint32_t>(number);
+}
+
 int main(int argc, char** argv) {
   try {
     CLI::App app("Services of the Tavrix32 library.", "tavrix");
     app.set_version_flag("--version", "tavrix " TAVRIX_VERSION);
     app.require_subcommand(1);
     int result = 0;
+    AddConsoleCommands(app, result);
     AddListCommand(app, result);
     AddStringCommands(app, result);
     AddSystemCommands(app, result);
+    AddTimeCommands(app, result);
     try {
       app.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version

@@ -1,0 +1,43 @@
+#include "quern/ccsl/paint.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "platform/win32.h"
+#include "quern/cerr.h"
+
+namespace quern {
+namespace {
+
+constexpr char kModule[] = "ccsl";
+
+}  // namespace
+
+int32_t CslPaint(uint32_t attribute, int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint32_t set,
+                 uint32_t clear) {
+  HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+  CONSOLE_SCREEN_BUFFER_INFO info = {};
+  if (!GetConsoleGeometry(output, &info) || info.dwSize.X <= 0) return 0;
+  int64_t width = info.dwSize.X, cells = width * info.dwSize.Y;
+  int64_t most = cells + width;  // one row more than there is, on purpose
+  int64_t start = y1 * width + x1, end = y2 * width + x2;
+  if (start < 0 || start > most) start = 0;
+  if (end < 0 || end > most) end = most;
+  if (end < start) return ErrRaise(kModule, 337, 2);
+  end = std::min(end, cells);
+  if (start >= end) return 0;
+  DWORD count = static_cast<DWORD>(end - start);
+  auto* attributes = static_cast<WORD*>(malloc(count * sizeof(WORD)));
+  if (!attributes) return ErrRaise(kModule, 337, 2);
+  COORD from = {static_cast<int16_t>(start % width), static_cast<int16_t>(start / width)};
+  DWORD done = 0;
+  if (ReadConsoleOutputAttribute(output, attributes, count, from, &done)) {
+    for (DWORD i = 0; i < done; ++i)
+      attributes[i] = static_cast<WORD>(set | clear ? (attributes[i] & ~clear) | set : attribute);
+    WriteConsoleOutputAttribute(output, attributes, done, from, &done);
+  }
+  free(attributes);
+  return 0;
+}
+
+}  // namespace quern

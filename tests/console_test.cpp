@@ -1,0 +1,457 @@
+// The console by numbered commands, against the real console calls and on a terminal.
+
+#include "tests/support/console.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/win32.h"
+#include "quern/ccsl.h"
+#include "quern/cerr.h"
+#include "quern/cobj.h"
+#include "tests/support/alloc.h"
+#include "tests/support/trail.h"
+
+namespace quern {
+namespace {
+
+using tavrix_test::ClearedTrail;
+
+struct Pair {
+  int32_t a, b;
+  bool operator==(const Pair&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Pair& pair) {
+  return out << pair.a << ", " << pair.b;
+}
+
+Pair Get(uint32_t command) {
+  uintptr_t a = 77, b = 77;
+  EXPECT_EQ(CslGet(command, &a, &b), 0) << command;
+  return {static_cast<int32_t>(a), static_cast<int32_t>(b)};
+}
+
+// Where a command moves the cursor to from column 11, row 6; columns and rows count from 1.
+Pair Moved(uint32_t command, int32_t a, int32_t b = 0) {
+  CslSet(CSL_POSITION, 11, 6);
+  EXPECT_EQ(CslSet(command, static_cast<uintptr_t>(a), static_cast<uintptr_t>(b)), 0);
+  return Get(CSL_POSITION);
+}
+
+WORD AttributeAt(int16_t x, int16_t y) {
+  WORD attribute = 0xFFFF;
+  DWORD read;
+  ReadConsoleOutputAttribute(GetStdHandle(STD_OUTPUT_HANDLE), &attribute, 1, {x, y}, &read);
+  return attribute;
+}
+
+// Window and buffer of the console, as the system tells.
+CONSOLE_SCREEN_BUFFER_INFO Screen() {
+  CONSOLE_SCREEN_BUFFER_INFO info = {};
+  GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info);
+  return info;
+}
+
+TEST(Console, CommandsMoveTheCursor) {
+  ON_CONSOLE([] {
+    CONSOLE_SCREEN_BUFFER_INFO info = Screen();
+    int32_t width = info.srWindow.Right - info.srWindow.Left + 1;
+    int32_t height = info.srWindow.Bottom - info.srWindow.Top + 1;
+    EXPECT_EQ(Get(CSL_WINDOW_SIZE), (Pair{width, height}));
+    EXPECT_EQ(Get(CSL_BUFFER_SIZE), (Pair{info.dwSize.X, info.dwSize.Y}));
+    EXPECT_EQ(Get(CSL_WINDOW_WIDTH).a, width);
+    EXPECT_EQ(ConsoleWidth(), static_cast<uint32_t>(width));
+    EXPECT_EQ(Moved(CSL_POSITION, 1, 1), (Pair{1, 1}));
+    EXPECT_EQ(Moved(CSL_FORWARD, 5), (Pair{16, 6}));
+    EXPECT_EQ(Moved(CSL_FORWARD, width), (Pair{11, 7}));
+    EXPECT_EQ(Moved(CSL_FORWARD, 2 * width - 10), (Pair{1, 8}));
+    EXPECT_EQ(Moved(CSL_FORWARD, 0x10003), (Pair{14, 6}));  // 16 bits of it
+    EXPECT_EQ(Moved(CSL_FORWARD, -11), (Pair{11, 6}));      // column 0: the console refuses
+    EXPECT_EQ(Moved(CSL_DOWN, 2), (Pair{11, 8}));
+    EXPECT_EQ(Moved(CSL_DOWN, -3), (Pair{11, 3}));
+    EXPECT_EQ(Moved(CSL_FORWARD_DOWN, width + 2, 3), (Pair{13, 10}));
+    EXPECT_EQ(Moved(CSL_PACKED, 4 << 16 | 9), (Pair{9, 4}));
+    EXPECT_EQ(Moved(CSL_COLUMN, 3), (Pair{3, 6}));
+    EXPECT_EQ(Moved(CSL_ROW, 3), (Pair{11, 3}));
+    EXPECT_EQ(Moved(CSL_PACKED_WINDOW, 2 << 16), (Pair{11, 8}));
+    EXPECT_EQ(Moved(CSL_COLUMN_WINDOW, -4), (Pair{7, 6}));
+    EXPECT_EQ(Moved(CSL_ROW_WINDOW, 1), (Pair{11, 7}));
+    EXPECT_EQ(Moved(CSL_POSITION_WINDOW, 1, 0x50002), (Pair{12, 8}));
+    CslSet(CSL_POSITION, 11, 6);
+    EXPECT_EQ(Get(CSL_PACKED).a, 6 << 16 | 11);
+    EXPECT_EQ(Get(CSL_PACKED_WINDOW).a, (6 - info.srWindow.Top) << 16 | (11 - info.srWindow.Left));
+    EXPECT_EQ(Get(CSL_POSITION_WINDOW), (Pair{11 - info.srWindow.Left, 6 - info.srWindow.Top}));
+    EXPECT_EQ(Get(CSL_COLUMN | kCslNoObject), (Pair{11, 77}));
+    uintptr_t screen = 0;
+    CslGet(CSL_SCREEN, &screen, nullptr);
+    Get(CSL_WINDOW_WIDTH);
+    EXPECT_EQ(reinterpret_cast<CONSOLE_SCREEN_BUFFER_INFO*>(screen)->dwCursorPosition.Y, 5);
+    EXPECT_EQ(CslSet(110, 0, 0), -1);
+    EXPECT_EQ(CslSet(501, 0, 0), -1);
+    EXPECT_EQ(CslGet(110, &screen, nullptr), -3);
+    EXPECT_EQ(CslGet(CSL_POSITION, nullptr, nullptr), 0);
+  });
+}
+
+TEST(Console, CursorShapeIsSetAndPutBack) {
+  ON_CONSOLE([] {
+    EXPECT_EQ(CslSet(CSL_RESTORE_CURSOR, 0, 0), 0);  // before the first use: nothing
+    EXPECT_EQ(CslCurrent->hOutput, nullptr);
+    EXPECT_EQ(CslCurrent->header.flags, INST_OWNED | INST_IMPLICIT);
+    int32_t found = Get(CSL_SIZE).a;
+    EXPECT_EQ(Get(CSL_HIDDEN).a, 0);
+    CslSet(CSL_HIDDEN, 0, 0);
+    EXPECT_EQ(Get(CSL_HIDDEN).a, 1);
+    EXPECT_EQ(Get(CSL_VISIBLE).a, 0);
+    CslSet(CSL_SIZE, 90, 0);
+    EXPECT_EQ(Get(CSL_SIZE).a, 90);
+    CslSet(CSL_VISIBLE, 0, 0);
+    EXPECT_EQ(Get(CSL_VISIBLE).a, 1);
+    CslSet(CSL_HIDDEN, 0, 0);
+    CslClass(0);
+    EXPECT_EQ(CslCurrent, nullptr);
+    EXPECT_EQ(Get(CSL_SIZE | kCslNoObject).a, found);
+    EXPECT_EQ(Get(CSL_HIDDEN | kCslNoObject).a, 0);
+    EXPECT_EQ(CslCurrent, nullptr);
+  });
+}
+
+TEST(Console, AttributesWrittenAreReadBack) {
+  ON_CONSOLE([] {
+    CslSet(CSL_POSITION, 3, 2);
+    int32_t saved = Get(CSL_COLOUR).a;
+    EXPECT_EQ(Get(CSL_COLOURS), (Pair{saved & 15, saved & 0xF0}));
+    CslSet(CSL_COLOUR, 0x1E, 0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x1E);
+    EXPECT_EQ(Get(CSL_TEXT_FOREGROUND).a, 0x0E);
+    EXPECT_EQ(Get(CSL_TEXT_BACKGROUND).a, 0x10);
+    EXPECT_EQ(Get(CSL_TEXT_COLOURS), (Pair{0x0E, 0x10}));
+    CslSet(CSL_FOREGROUND, 0x3A, 0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x0A + (saved & 0xF0));
+    CslSet(CSL_BACKGROUND, 0x3A, 0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, (saved & 0x0F) + 0x30);
+    CslSet(CSL_COLOURS, 0x3A, 0x5B);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x5A);
+    CslSet(CSL_TEXT_COLOUR, 0x1234, 0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x34);
+    // The current colour is that of the cell at the cursor, not that of new text.
+    EXPECT_EQ(CslPaint(0x65, 2, 1, 12, 1, 0, 0), 0);
+    EXPECT_EQ(AttributeAt(2, 1), 0x65);
+    EXPECT_EQ(AttributeAt(11, 1), 0x65);
+    EXPECT_NE(AttributeAt(12, 1), 0x65);
+    CslSet(CSL_TEXT_FOREGROUND, 0x09, 0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x69);
+    CslSet(CSL_TEXT_BACKGROUND, 0x90, 0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x95);
+    CslSet(CSL_TEXT_COLOURS, 0x09, 0x10);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x19);
+    CslPaint(0, 4, 1, 6, 1, 0x80, 0x01);  // masks
+    EXPECT_EQ(AttributeAt(3, 1), 0x65);
+    EXPECT_EQ(AttributeAt(4, 1), 0xE4);
+    CslSet(CSL_POSITION, 6, 2);
+    EXPECT_EQ(CslMarkRun(0x2F, 3), 0);
+    EXPECT_EQ(AttributeAt(5, 1), 0x2F);
+    EXPECT_EQ(AttributeAt(7, 1), 0x2F);
+    EXPECT_EQ(AttributeAt(8, 1), 0x65);
+    CslSet(CSL_RESTORE_COLOUR, 0, 0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, saved);
+    CslSet(CSL_COLOUR, 0x4E, 0);
+    CslSet(CSL_KEEP, 0, 0);
+    CslClass(0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR | kCslNoObject).a, 0x4E);
+    CslSet(CSL_OPEN, 0, 0);  // a console of its own again, for which 0x2F is what it found
+    CslSet(CSL_COLOUR, 0x01, 0);
+    CslClass(0);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR | kCslNoObject).a, 0x2F);
+  });
+}
+
+TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
+  ON_CONSOLE([] {
+    CONSOLE_SCREEN_BUFFER_INFO info = Screen();
+    int16_t right = static_cast<int16_t>(info.dwSize.X - 1);
+    int16_t bottom = static_cast<int16_t>(info.dwSize.Y - 1);
+    CslSet(CSL_POSITION, 5, 3);
+    EXPECT_EQ(CslSet(CSL_CLEAR, 0x25, 0), 0);
+    EXPECT_EQ(AttributeAt(0, 0), 0x20);
+    EXPECT_EQ(AttributeAt(right, bottom), 0x20);
+    int32_t text = Get(CSL_TEXT_COLOUR).a;
+    EXPECT_EQ(text & 0xF0, 0x20);
+    CslSet(CSL_CLEAR_ON, 0x30, 0);
+    EXPECT_EQ(AttributeAt(3, 2), 0x20);
+    EXPECT_EQ(AttributeAt(4, 2), 0x30);
+    EXPECT_EQ(AttributeAt(right, bottom), 0x30);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x30);  // over what was at the cursor before, 0x20
+    CslSet(CSL_CLEAR_ROWS, 0x40, 0);
+    EXPECT_EQ(AttributeAt(right, 1), 0x20);
+    EXPECT_EQ(AttributeAt(0, 2), 0x40);
+    CslSet(CSL_CLEAR_COLOURS, 0x5C, 0x6D);
+    EXPECT_EQ(AttributeAt(0, 0), 0x6C);
+    EXPECT_EQ(AttributeAt(right, bottom), 0x6C);
+    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x50);
+    // Ends outside the buffer are its own; an end in front of the start is a failure.
+    EXPECT_EQ(CslPaint(0x11, -5, -5, 2, 0, 0, 0), 0);
+    EXPECT_EQ(AttributeAt(1, 0), 0x11);
+    EXPECT_EQ(AttributeAt(2, 0), 0x6C);
+    EXPECT_EQ(CslPaint(0x22, 0, bottom, 0, bottom + 2, 0, 0), 0);
+    EXPECT_EQ(AttributeAt(right, bottom), 0x22);
+    EXPECT_EQ(AttributeAt(right, static_cast<int16_t>(bottom - 1)), 0x6C);
+    EXPECT_EQ(CslPaint(0x33, 3, 1, 2, 1, 0, 0), -2);
+    EXPECT_EQ(ErrLine, 337);
+    EXPECT_EQ(CslPaint(0x33, 3, 1, 3, 1, 0, 0), 0);
+    tavrix_test::AllocationFault fault(1);
+    EXPECT_EQ(CslPaint(0x33, 3, 1, 4, 1, 0, 0), -2);
+  });
+}
+
+TEST(Console, WithoutAConsoleNothingHappens) {
+#ifdef _WIN32
+  if (tavrix_test::HasConsole()) GTEST_SKIP() << "standard output is a console";
+#else
+  freopen("/dev/null", "w", stdout);
+#endif
+  EXPECT_EQ(ConsoleWidth(), 0u);
+  EXPECT_EQ(Get(CSL_WINDOW_SIZE), (Pair{0, 0}));
+  EXPECT_EQ(Get(CSL_POSITION), (Pair{1, 1}));
+  EXPECT_EQ(CslSet(CSL_FORWARD, 5, 0), 0);
+  EXPECT_EQ(CslSet(CSL_HIDDEN, 0, 0), 0);
+  EXPECT_EQ(CslSet(CSL_CLEAR, 0x10, 0), 0);
+  EXPECT_EQ(CslOutMode(2), 0);
+  EXPECT_EQ(CslOutMode(3), -1);
+  uint32_t echo = 7;
+  EXPECT_EQ(CslInMode(3, &echo), 0);
+  EXPECT_EQ(echo, 0u);
+  EXPECT_EQ(CslInMode(4, nullptr), 0);
+  EXPECT_EQ(CslInMode(6, &echo), -1);
+}
+
+TEST(Console, NoMemoryAndNoHandle) {
+  ErrRaise("test", 1, 1);
+  ErrClear();
+  {
+    tavrix_test::AllocationFault fault(1);
+    EXPECT_EQ(CslSet(CSL_OPEN, 0, 0), -1000);
+  }
+  EXPECT_EQ(ErrLine, 71);
+  EXPECT_EQ(ClearedTrail(), "1000.1000.02");
+#ifndef _WIN32
+  unsetenv("prompt");
+  EXPECT_EQ(CslSet(CSL_PROMPT, 0, 0), -2);  // there is none to take away
+  EXPECT_EQ(ErrLine, 107);
+  EXPECT_EQ(ClearedTrail(), "02");
+  CslClass(0);
+  fclose(stdout);
+  EXPECT_EQ(CslGet(CSL_POSITION | kCslNoObject, nullptr, nullptr), -1);
+  EXPECT_EQ(ErrLine, 173);
+  EXPECT_EQ(CslSet(CSL_POSITION, 1, 1), -1);
+  EXPECT_EQ(CslCurrent, nullptr);
+  EXPECT_EQ(CslGet(CSL_POSITION, nullptr, nullptr), -1);
+  EXPECT_EQ(ErrLine, 177);
+  EXPECT_EQ(ClearedTrail(), "01.01.01.01");
+#endif
+}
+
+TEST(Console, ColourPairsAndEscapeTexts) {
+  EXPECT_EQ(CslColorPair(0x1F, 0, kColorPair), 0x11);
+  EXPECT_EQ(CslColorPair(0x1F, 17, kColorPair), 0x22);
+  EXPECT_EQ(CslColorPair(0x1F, 17 + 256, kColorPair), 0x22);
+  EXPECT_EQ(CslColorPair(0xF0, 1, kColorPair), 0xFC);  // row 16 is row 0
+  EXPECT_EQ(CslColorPair(0xF0, 255, kColorPair), 0xEE);
+  EXPECT_EQ(CslColorPair(0x20, -1, kColorPair), 0x23);
+  EXPECT_EQ(CslColorPair(0x00, -1, kColorPair), 0);      // in front of the table
+  EXPECT_EQ(CslColorPair(0x10, -32, kColorPair), 0xFC);  // row 1, column -1
+  EXPECT_EQ(CslColorPair(0x1F, 0, 417), -1);
+  EXPECT_STREQ(CslAnsi(0x1E, 0), "\x1B[0;1;33;44m");
+  EXPECT_STREQ(CslAnsi(0x04, 0), "\x1B[0;31;40m");
+  EXPECT_STREQ(CslAnsi(0xF9, 0xD0), "\x1B[0;1;5;4;7;8;34;47m");
+  EXPECT_STREQ(CslAnsi(0x1E, ANSI_NO_FOREGROUND), "\x1B[0;1;44m");
+  EXPECT_STREQ(CslAnsi(0x16, ANSI_NO_FOREGROUND | ANSI_NO_BACKGROUND), "\x1B[0m");
+}
+
+TEST(Console, ProgressDrawsWhatIsMissing) {
+  struct Step {
+    uint32_t command, value, low, high, width, drawn;
+  };
+  const Step steps[] = {
+      {PROGRESS_FULL, 0, 0, 100, 0, 0},     {9, 1, 0, 100, 20, 0},
+      {PROGRESS_UP, 50, 0, 100, 20, 10},    {PROGRESS_UP, 60, 0, 100, 20, 12},
+      {PROGRESS_UP, 10, 0, 100, 20, 12},    {PROGRESS_ADD, 10, 0, 100, 20, 14},  // 12 + 2
+      {PROGRESS_ADD, 14, 0, 100, 20, 14},   {PROGRESS_ADD_PER_CENT, 2000, 0, 100, 20, 16},
+      {PROGRESS_UP, 85, 0, 100, 20, 17},    {PROGRESS_ADD_PART, 100, 0, 100, 200, 19},
+      {PROGRESS_DOWN, 30, 10, 110, 25, 20}, {PROGRESS_DOWN, 5, 10, 110, 20, 21},
+      {PROGRESS_UP, 5, 10, 110, 20, 21},  // below the range: no number of characters, so 1
+      {PROGRESS_UP, 24, 7, 7, 20, 21},      {PROGRESS_UP, 31, 7, 7, 20, 24},
+      {PROGRESS_UP, 5, 110, 10, 20, 24},    {PROGRESS_UP, 0xFFFFFFFF, 0, 1, 0xFFFFFFFF, 24},
+      {PROGRESS_FULL, 0, 0, 100, 26, 26},   {PROGRESS_FULL, 0, 0, 100, 26, 26},
+      {PROGRESS_START, 4, 0, 100, 100, 26}, {PROGRESS_ADD, 20, 0, 100, 100, 31},  // 26 + 20 / 4
+  };
+  testing::internal::CaptureStdout();
+  for (const Step& step : steps)
+    EXPECT_EQ(CslProgress(step.command, step.value, step.low, step.high, step.width, '*'),
+              step.drawn)
+        << &step - steps;
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(31, '*'));
+}
+
+std::string Prompt() {
+  char text[1024] = "";
+  GetEnvironmentVariableA("prompt", text, sizeof text);
+  return text;
+}
+
+TEST(Console, PromptCarriesAnEscapeText) {
+  SetEnvironmentVariableA("prompt", nullptr);
+  EXPECT_EQ(CslSetPrompt("\x1B[0m"), nullptr);
+  EXPECT_EQ(Prompt(), "");
+  auto set = [](const char* prompt, const char* escape) {
+    EXPECT_EQ(CslSet(CSL_PROMPT, reinterpret_cast<uintptr_t>(prompt), 0), 0);
+    const char* result = CslSetPrompt(escape);
+    EXPECT_STREQ(result, Prompt().c_str());
+    return Prompt();
+  };
+  EXPECT_EQ(set("plain", "\x1B[0m"), "plain");
+  EXPECT_EQ(set("$p$g", CslAnsi(0x1E, 0)), "$p$g$e[0;1;33;44m");
+  EXPECT_EQ(set("$e[0m$p$g", "\x1B[1m"), "$e[1m");  // all that followed is gone
+  EXPECT_EQ(set("$p$e[0m", "\x1B[1m"), "$p$e[0m$e[1m");
+  EXPECT_EQ(set("$", ""), "$$e");
+  std::string longText(300, ';');
+  EXPECT_EQ(set("x$e", longText.c_str()), "x$e" + longText.substr(1));
+  SetEnvironmentVariableA("TVX_ESCAPE", "\x1B[0;31m");
+  CslSet(CSL_PROMPT, reinterpret_cast<uintptr_t>(("$p" + longText).c_str()), 0);
+  const char* carried = CslSetPrompt(CslExpand("%TVX_ESCAPE%"));
+  EXPECT_EQ(carried, Prompt());
+  EXPECT_TRUE(Prompt().ends_with(";$e[0;31m")) << Prompt();
+  CslSet(CSL_PROMPT, reinterpret_cast<uintptr_t>("$p%PATH%"), 0);
+  uintptr_t text = 0;
+  EXPECT_EQ(CslGet(CSL_PROMPT, &text, nullptr), 0);
+  EXPECT_STREQ(reinterpret_cast<char*>(text), "$p%PATH%");  // a value of a bare name stays
+}
+
+TEST(Console, SmallTexts) {
+  EXPECT_STREQ(CslFormat("%s-%d", "a", 5), "a-5");
+  EXPECT_STREQ(CslFormat("<%s>", SharedText), "<a-5>");
+  EXPECT_EQ(std::string(CslFormat("%200s", "x")), std::string(103, ' '));
+  EXPECT_EQ(CslLower('Z'), 'z');
+  EXPECT_EQ(CslLower('['), '[');
+  EXPECT_EQ(CslLower('\xC4'), '\xC4');
+}
+
+using ConsoleDeathTest = testing::Test;
+
+TEST(ConsoleDeathTest, ExitFunctionsRunBeforeTheCleanUp) {
+  auto end = [] {
+    static void (*enrolled)() = [] {
+      fputs(CslCurrent && CslCurrent->hOutput ? "alive" : "gone", stderr);
+    };
+    EXPECT_EQ(CslAtExit(enrolled, 0), 0);
+    EXPECT_EQ(CslAtExit(enrolled, 1), 0);
+    EXPECT_EQ(CslAtExit(nullptr, 1), -1);
+    CslSet(CSL_OPEN, 0, 0);
+    exit(0);
+  };
+  EXPECT_EXIT(end(), testing::ExitedWithCode(0), "^alive$");
+}
+
+#ifndef _WIN32
+
+using tavrix_test::Look;
+using tavrix_test::Terminal;
+
+TEST(Console, ColoursArriveAtTheTerminal) {
+  Terminal terminal(40, 5);
+  EXPECT_EQ(terminal.Run([] {
+    CslSet(CSL_TEXT_COLOUR, 0x1E, 0);
+    printf("a");
+    CslSet(CSL_ANSI_MODE, 1, 0);
+    CslSet(CSL_TEXT_COLOUR, 0x24, 0);
+    printf("b");
+    CslSet(CSL_COLOUR, 0x31, 0);  // not as a text in either mode
+    printf("c");
+    CslSet(CSL_ANSI_MODE, 0, 0);
+    printf("d");
+    CslSet(CSL_COLOUR, 0xB9, 0);
+    printf("e");
+  }),
+            0);
+  EXPECT_EQ(terminal.Text(), "abcde");
+  EXPECT_EQ(terminal.At(0, 0).look, (Look{11, 4}));
+  EXPECT_EQ(terminal.At(1, 0).look, (Look{1, 2}));
+  EXPECT_EQ(terminal.At(2, 0).look, (Look{4, 6}));
+  EXPECT_EQ(terminal.At(3, 0).look, Look());
+  EXPECT_EQ(terminal.At(4, 0).look, (Look{12, 14}));
+  EXPECT_EQ(terminal.CurrentLook(), Look());
+  EXPECT_NE(terminal.Bytes().find("\x1B[0;31;42m"), std::string::npos);
+}
+
+TEST(Console, TheTerminalIsAsItWasAfterEveryEnd) {
+  auto change = [] {
+    CslSet(CSL_HIDDEN, 0, 0);
+    CslSet(CSL_COLOUR, 0x1E, 0);
+    CslOutMode(2);
+  };
+  auto expect = [&](int code, const std::function<void()>& end) {
+    Terminal terminal(40, 5);
+    EXPECT_EQ(terminal.Run([&] { change(), end(); }), code);
+    EXPECT_TRUE(terminal.CursorVisible() && terminal.Wraps()) << code;
+    EXPECT_EQ(terminal.CurrentLook(), Look()) << code;
+    EXPECT_NE(terminal.Bytes().find("\x1B[?25l"), std::string::npos);
+  };
+  expect(0, [] {});
+  expect(1, [] {
+    ErrFormat(reinterpret_cast<uintptr_t>("%d"), 1), ErrPush(1), ErrThrow(1), ErrPushText(0, 29);
+  });
+  expect(4, [] { ClsExitHook = [] { ErrExit(-4); }; });
+  expect(-15, [] { raise(SIGTERM); });
+  Terminal kept(40, 5);
+  kept.Run([] {
+    CslSet(CSL_COLOUR, 0x1E, 0);
+    CslSet(CSL_KEEP, 0, 0);
+  });
+  EXPECT_EQ(kept.CurrentLook(), (Look{11, 4}));
+}
+
+TEST(Console, ProgressStaysWhereItBegan) {
+  Terminal terminal(30, 4);
+  terminal.Run([] {
+    printf("Counting ");
+    fflush(stdout);
+    CslProgress(PROGRESS_START, 1, 0, 100, 10, '#');
+    printf("\nname");
+    fflush(stdout);
+    CslProgress(PROGRESS_UP, 70, 0, 100, 10, '#');
+  });
+  EXPECT_EQ(terminal.Text(), "Counting #######\nname");
+}
+
+TEST(Console, TerminalsThatDoNotAnswerAndNarrowOnes) {
+  tavrix_test::TerminalOptions mute;
+  mute.mute = true;
+  Terminal silent(20, 4, mute);
+  EXPECT_EQ(silent.Run([] {
+    CslSet(CSL_POSITION, 5, 2);
+    CslSet(CSL_FORWARD, 20, 0);
+    printf("x");
+  }),
+            0);
+  EXPECT_EQ(silent.At(4, 2).text, "x");
+  EXPECT_EQ(silent.Questions(), 1);
+  Terminal narrow(1, 10);
+  EXPECT_EQ(narrow.Run([] {
+    EXPECT_EQ(Get(CSL_WINDOW_SIZE), (Pair{0, 10}));
+    CslSet(CSL_FORWARD, 3, 0);
+    EXPECT_EQ(Get(CSL_POSITION), (Pair{1, 4}));
+    CslProgress(PROGRESS_UP, 3, 0, 3, 3, '#');
+  }),
+            0);
+}
+
+#endif
+
+}  // namespace
+}  // namespace quern

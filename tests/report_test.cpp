@@ -1,0 +1,413 @@
+// Failures in words: message texts, reading them back, and the report.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/win32.h"
+#include "quern/cerr.h"
+#include "quern/cobj.h"
+#include "tests/support/alloc.h"
+#include "tests/support/console.h"
+#include "tests/support/trail.h"
+
+namespace quern {
+namespace {
+
+using tavrix_test::AllocationFault;
+using tavrix_test::ClearedTrail;
+
+constexpr char kModule[] = "c:\\home\\test.file.cpp";
+constexpr uint32_t kUnknownToTheSystem = 0xFFFE;
+
+uintptr_t Address(const char* text) { return reinterpret_cast<uintptr_t>(text); }
+
+std::string Composed(uint32_t mode = 0) {
+  char report[4096] = "untouched";
+  EXPECT_EQ(ErrReport(report, ERR_REPORT_COMPOSE | mode), 0);
+  return report;
+}
+
+// What a system value reads as; the system's own words differ from home to home.
+std::string SystemText(uint32_t value) {
+  char* block = nullptr;
+  FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, value, 0,
+                 reinterpret_cast<char*>(&block), 0, nullptr);
+  std::string text = block;
+  LocalFree(block);
+  for (size_t at; (at = text.find("\r\n")) != text.npos;) text.replace(at, 2, " ");
+  text = text.substr(0, text.find(". "));
+  return text + (value < 10 ? " (0" : " (") + std::to_string(value) + ")";
+}
+
+// The rules of reading back over a plain list of texts, "" where an entry has none.
+struct Model {
+  struct Entry {
+    std::string text;
+    uint32_t flags;
+    uint32_t code;  // 0: none
+  };
+  std::vector<Entry> entries;  // the oldest first
+  int cursor = -1;
+
+  bool Next() {
+    int count = static_cast<int>(entries.size());
+    if (cursor < 0 || cursor > count) cursor = count;
+    while (--cursor >= 0)
+      if (!(entries[cursor].flags & ERR_SKIP)) return true;
+    return false;  // and the cursor is -1
+  }
+  // The text, "" for 0, "-1".
+  std::string Get(int index) {
+    if (index >= static_cast<int>(entries.size())) return "";
+    if (index >= 0) cursor = static_cast<int>(entries.size()) - index;
+    while (Next()) {
+      if (!entries[cursor].text.empty()) return entries[cursor].text;
+      if (index >= 0) return "-1";
+    }
+    return "";
+  }
+  int Count(int index) {
+    int count = 0;
+    for (std::string text; !(text = Get(index)).empty(); index = -1) {
+      if (text == "-1") return -1;
+      ++count;
+      if (index >= 0) break;
+    }
+    return count;
+  }
+  std::string Report(const std::string& trail, int line, bool full) {
+    uint32_t top = entries.back().flags;
+    std::string label = top & ERR_INFO    ? "Info "
+                        : top & ERR_TRACE ? "Trace"
+                        : top & ERR_WARN  ? "Warn."
+                                          : "Error";
+    std::string report = label + " " + trail + " (TEST" + std::to_string(line) + "):";
+    for (std::string text; !(text = Get(full ? -1 : 0)).empty() && text != "-1";) {
+      report += " " + text;
+      if (!full) break;
+    }
+    return report;
+  }
+};
+
+TEST(Report, ReadsBackAsAModelOverRandomSequences) {
+  std::mt19937 random(7);
+  const char* texts[] = {"one", "two words", "100 %", "x"};
+  const uint32_t values[] = {2, 5, 87};
+  std::string systemTexts[3];
+  for (int i = 0; i < 3; ++i) systemTexts[i] = SystemText(values[i]);
+  ErrRaise(kModule, 1, 1);
+  ErrClear();
+  Model model;
+  for (int round = 0; round < 4000; ++round) {
+    int line = static_cast<int>(random() % 1000);
+    int size = static_cast<int>(random() % 18);
+    for (int i = 0; i < size; ++i) {
+      uint32_t skip = random() % 5 == 0 ? ERR_SKIP : 0;
+      uint32_t label = (const uint32_t[]){0, 0, 0, ERR_INFO, ERR_ERROR}[random() % 5];
+      unsigned kind = random() % 3;
+      unsigned choice = random() % 3;
+      ErrCurrent->nPending = 0;
+      if (kind == 0) {
+        ErrPushEntry(skip | label | ERR_TEXT, Address(texts[choice]));
+        model.entries.push_back({texts[choice], skip | label, 0});
+      } else if (kind == 1) {
+        ErrPushEntry(skip | label | ERR_SYSVALUE, values[choice]);
+        model.entries.push_back({systemTexts[choice], skip | label, 0});
+      } else {
+        ErrPushEntry(skip | label | ERR_CODE, choice);
+        model.entries.push_back({"", skip | label, choice});
+      }
+    }
+    ErrCurrent->nPending = 0;
+    ErrFile = kModule;
+    ErrLine = line;
+    for (unsigned steps = random() % 40; steps > 0; --steps) {
+      int index = random() % 3 ? -1 : static_cast<int>(random() % 20);
+      if (random() % 8 == 0) {
+        ASSERT_EQ(ErrGetText(nullptr, index), model.Count(index));
+        continue;
+      }
+      char text[256] = "0";
+      intptr_t result = ErrGetText(text, index);
+      std::string wanted = model.Get(index);
+      ASSERT_EQ(result == reinterpret_cast<intptr_t>(text) ? text
+                : result == -1                             ? "-1"
+                                                           : "",
+                wanted);
+      ASSERT_EQ(result == 0, wanted.empty());
+    }
+    char trail[256];
+    bool full = random() % 2;
+    if (ErrInfo(trail, full ? -1 : 0)) {
+      std::string wanted = model.Report(trail, line, full);
+      ASSERT_EQ(Composed(full ? ERR_REPORT_FULL : 0), wanted);
+      ASSERT_EQ(ErrCurrent->nCount == 0, full);
+    } else {
+      ASSERT_EQ(Composed(full ? ERR_REPORT_FULL : 0), "untouched");
+      ASSERT_EQ(ErrCurrent->nCount, model.entries.size());
+    }
+    if (ErrCurrent->nCount == 0 || random() % 2) {
+      ErrClear();
+      model.entries.clear();
+    } else {  // what is left behind is hidden at times, which no report clears
+      while (ErrCurrent->nCount > 2) {
+        --ErrCurrent->nCount;
+        model.entries.pop_back();
+      }
+    }
+  }
+}
+
+TEST(Report, TextsOfMessagesAndTables) {
+  static const MessageRow table[] = {{39, "thirty-nine", ERR_INFO},
+                                     {60, "sixty %s", ERR_ERROR},
+                                     {0, "not among them: %d", ERR_ERROR}};
+  auto push = [](uintptr_t message) {
+    ErrClear();
+    ErrPush(1);
+    ErrCurrent->nPending = 0;
+    ErrPushText(0, message);
+    char text[256] = "";
+    ErrGetText(text, 0);
+    return std::string(text);
+  };
+  ErrRaise(kModule, 1, 1);
+  EXPECT_EQ(push(29), "Illegal file-open-mode specified");
+  EXPECT_EQ(ErrCurrent->nPending, ERR_ERROR);
+  EXPECT_EQ(push(31), "Failed to open %s");  // as it stands
+  EXPECT_EQ(push(0), "Missing or undefined error message");
+  EXPECT_EQ(ErrCurrent->nPending, ERR_FATAL);
+  ErrCurrent->nPending = 0;
+  EXPECT_EQ(push(39), "Reference by illegal pointer 0x00000027");
+  EXPECT_EQ(ErrCurrent->nPending & 0xFFFF, ERR_TRACE | ERR_WARN);
+  ErrCurrent->nPending = 0;
+  ErrSetTable(nullptr, table);
+  EXPECT_EQ(push(39), "thirty-nine");
+  EXPECT_EQ(push(60), "sixty %s");
+  EXPECT_EQ(push(45), "not among them: 45");
+  EXPECT_EQ(push(29), "Illegal file-open-mode specified");  // below 39 always the library's
+  EXPECT_EQ(push(61), "Reference by illegal pointer 0x0000003D");
+  ErrCurrent->nPending = 0;
+  ErrClear();
+  EXPECT_STREQ(ErrFormat(60, "four"), "sixty four");
+  EXPECT_STREQ(ErrFormat(29, 5), "not among them: 5");  // but formatted by the table alone
+  EXPECT_STREQ(ErrText(31, "a"), "Failed to open a");
+  EXPECT_STREQ(ErrFormat(31, "b"), "Failed to open b");  // until the next raise
+  EXPECT_EQ(ErrFormat(61), nullptr);
+  ErrThrow(0);
+  ErrCurrent->nPending = 0;
+  EXPECT_STREQ(ErrFormat(Address("%s-%d"), "a", 7), "a-7");
+  EXPECT_EQ(std::string(ErrFormat(Address("%510s"), "")).size(), 510u);
+}
+
+TEST(Report, TheFailureOfAnIllegalOpenMode) {
+  EXPECT_EQ(Composed(), "untouched");
+  EXPECT_EQ(ErrReport(nullptr, ERR_REPORT_FULL), 0);
+  EXPECT_EQ(ErrCurrent, nullptr);
+  ErrRaiseText("cfile.cpp", 187, 0x80000013, 29);
+  EXPECT_EQ(Composed(), "Error 19 (CFILE187): Illegal file-open-mode specified");
+  ErrRaise(kModule, 12, 1000);
+  EXPECT_EQ(Composed(), "Error 1000 (TEST12):");  // the newest entry has no text
+  EXPECT_EQ(Composed(1), "Error 1000:19 (TEST12): Illegal file-open-mode specified");
+  ErrFile = nullptr;
+  EXPECT_EQ(Composed(ERR_REPORT_FULL), "Error 1000:19 (12):");  // goes on below the text just read
+  EXPECT_EQ(ErrCurrent->nCount, 0u);
+  ErrReport(nullptr, ERR_REPORT_COMPOSE);
+}
+
+TEST(Report, WithoutAConsoleIsKeptInTheBufferAndCut) {
+  std::string longText(300, 'y');
+  ErrRaiseText(kModule, 5, 3, longText.c_str());
+  ErrReport(nullptr, ERR_REPORT_FULL);
+  EXPECT_EQ(ReportBuffer, "Error 03 (TEST5): " + longText.substr(0, 255 - 18));
+  EXPECT_EQ(ErrCurrent->nCount, 0u);
+}
+
+TEST(Report, TextsThatAreGoneDoNotCrash) {
+  ErrPush(1);
+  ErrPushEntry(ERR_TEXT, 0x123);
+  ErrPushEntry(ERR_TEXT, 0);
+  ErrThrow(1);
+  EXPECT_EQ(Composed(ERR_REPORT_FULL),
+            "Error 01 (0): Reference by illegal pointer 0x00000000 Reference by illegal pointer "
+            "0x00000123");
+#ifndef _WIN32                       // where there is memory at such addresses
+  ErrRaise(kModule, 1, 0x02000005);  // a code with the mark of a text
+  EXPECT_EQ(Composed(ERR_REPORT_FULL),
+            "Error 33554437 (TEST1): Reference by illegal pointer 0x02000005");
+#endif
+}
+
+TEST(Report, MissingSystemTextIsAFailureOfItsOwn) {
+  ErrRaiseText(kModule, 1, 9, "below");
+  ErrPushEntry(ERR_SYSVALUE, kUnknownToTheSystem);
+  char text[256] = "untouched";
+  EXPECT_EQ(ErrGetText(text, 0), 0);
+  EXPECT_STREQ(text, "untouched");
+  EXPECT_EQ(ErrLast, 1);
+  EXPECT_EQ(ErrLine, 341);
+  EXPECT_EQ(ErrCurrent->nCount, 0u);  // message 2 has the report written
+  // With the walk under way, as it was: what lay below the value.
+  EXPECT_STREQ(ReportBuffer, "Trace 01:09 (CERR341): below");
+  ErrRaiseText(kModule, 2, 8, "below");
+  ErrPushEntry(ERR_SYSVALUE, kUnknownToTheSystem);
+  ErrPush(3);
+  ErrThrow(3);
+  EXPECT_EQ(Composed(ERR_REPORT_FULL), "Error 03:08 (TEST2):");  // the other ends it
+  EXPECT_EQ(ErrCurrent->nCount, 0u);
+}
+
+TEST(Report, EveryAllocationMayFail) {
+  std::string longText(200, 'x');
+  ErrRaiseText(kModule, 1, 1, 31, "warm");
+  ErrReport(nullptr, ERR_REPORT_FULL);
+  for (int64_t number = 1;; ++number) {
+    MemBufFree(&ErrCurrent->bufText);
+    int64_t before = tavrix_test::LiveBlocks();
+    char report[1024] = "";
+    {
+      AllocationFault fault(number);
+      SetLastError(5);
+      ErrRaiseText(kModule, 1, ERR_SYSTEM | 6, 31, longText.c_str());
+      ErrRaiseText(kModule, 1, 7, 31, longText.c_str());
+      ErrReport(report, ERR_REPORT_COMPOSE | ERR_REPORT_FULL);
+      if (!fault.Hit()) break;
+    }
+    EXPECT_EQ(ErrCurrent->nCount, 0u) << number;
+    EXPECT_NE(report[0], 0) << number;
+    MemBufFree(&ErrCurrent->bufText);
+    EXPECT_EQ(tavrix_test::LiveBlocks(), before) << number;
+    ASSERT_LT(number, 30);
+  }
+}
+
+using ReportDeathTest = testing::Test;
+
+TEST(ReportDeathTest, OverflowOfATextIsPrinted) {
+  auto overflow = [] {
+    dup2(2, 1);
+    ErrPush(1);
+    ErrFormat(Address("<%511s>"), "end");
+  };
+#ifdef _WIN32
+  constexpr int kMinusOne = -1;
+#else
+  constexpr int kMinusOne = 255;
+#endif
+  EXPECT_EXIT(overflow(), testing::ExitedWithCode(kMinusOne), "<" + std::string(508, ' ') + "end>");
+}
+
+#ifdef _WIN32
+
+// On a console (tests/windows/on_terminal).
+TEST(ConsoleReport, GoesToStandardError) {
+  if (!tavrix_test::HasConsole()) GTEST_SKIP() << "standard output is no console";
+  HANDLE errors, writer;
+  ASSERT_TRUE(CreatePipe(&errors, &writer, nullptr, 0));
+  SetStdHandle(STD_ERROR_HANDLE, writer);
+  ErrRaiseText("cfile", 63, 0, "older");
+  ErrRaiseText("cfile", 187, 19, 24);
+  char text[256];
+  DWORD length = 0;
+  ReadFile(errors, text, sizeof text, &length, nullptr);
+  EXPECT_EQ(std::string(text, length),
+            "Trace 19 (CFILE187): Could not create temporary file\n   older\n");
+}
+
+#else
+
+// The exit code, and what reaches standard error and the terminal, when a body runs on one.
+struct Written {
+  int code;
+  std::string errors, output;
+};
+
+Written OnTerminal(int columns, const std::function<void()>& body) {
+  tavrix_test::TerminalOptions options;
+  options.errorsApart = true;
+  tavrix_test::Terminal terminal(columns, 25, options);
+  int code = terminal.Run(body);
+  return {code, terminal.Errors(), terminal.Bytes()};
+}
+
+TEST(Report, MessageFlagsActOnTheNextRaise) {
+  auto raised = [](uint32_t flags, uint32_t code = 19) {
+    return OnTerminal(80, [=] {
+      ErrPush(code);
+      ErrPushText(flags, Address("text"));
+      ErrFile = "m";
+      ErrThrow(code);
+      fprintf(stderr, "[%d %u]", ErrLast, ErrCurrent->nCount);
+      ErrClear();
+    });
+  };
+  auto expect = [](const Written& written, int code, const std::string& errors) {
+    EXPECT_EQ(written.code, code);
+    EXPECT_EQ(written.errors, errors);
+    EXPECT_EQ(written.output, "");  // a report asks the terminal nothing
+  };
+  expect(raised(0), 0, "[19 2]");
+  expect(raised(ERR_ERROR), 0, "[19 2]");
+  expect(raised(ERR_INFO), 0, "[19 2]");
+  expect(raised(ERR_TRACE), 0, "Trace 19 (M0): text\n[19 0]");
+  expect(raised(ERR_WARN), 0, "Warn. 19 (M0): text\n[19 0]");
+  expect(raised(ERR_WARN | ERR_TRACE), 0, "Trace 19 (M0): text\n[19 0]");
+  expect(raised(ERR_TRACE | ERR_INFO), 0, "Info  19 (M0): text\n[19 0]");
+  // The end of the process reports what is pending.
+  expect(raised(ERR_FATAL), 19, "Error 19 (M0): text\n");
+  expect(raised(ERR_FATAL, 3), 3, "Error 03 (M0): text\n");
+  expect(raised(ERR_FATAL | ERR_WARN), 19, "Warn. 19 (M0): text\n");
+}
+
+TEST(Report, WrapsAtTheWidthOfTheConsole) {
+  auto report = [] {
+    ErrRaiseText("cfile", 63, 0, "older");
+    ErrRaiseText("cfile", 187, 19, 29);
+  };
+  std::string header = "Error 19 (CFILE187):", text = "Illegal file-open-mode specified";
+  int fits = static_cast<int>(header.size() + 1 + text.size());
+  std::string rest = "\n   older\n";
+  EXPECT_EQ(OnTerminal(fits, report).errors, header + " " + text + rest);
+  EXPECT_EQ(OnTerminal(fits - 1, report).errors, header + "\n   " + text + rest);
+  EXPECT_EQ(OnTerminal(2, report).errors, header + "\n   " + text + rest);
+  EXPECT_EQ(OnTerminal(1, report).errors, "");  // such a window counts as none
+}
+
+TEST(Report, WithoutStandardOutputNothingIsWritten) {
+  Written written = OnTerminal(80, [] {
+    close(1);
+    ErrRaiseText(kModule, 1, 4, 24);
+    fprintf(stderr, "%s", ReportBuffer);
+  });
+  EXPECT_EQ(written.code, 0);
+  EXPECT_EQ(written.errors, "Trace 04 (TEST1): Could not create temporary file");
+  written = OnTerminal(80, [] {
+    close(2);
+    ErrRaiseText(kModule, 1, 4, 24);
+    exit(ErrLast == 4 && ErrCurrent->nCount == 0 ? 0 : 1);
+  });
+  EXPECT_EQ(written.code, 0);
+}
+
+TEST(Report, FullStacksAndMissingTextsEnd) {
+  Written written = OnTerminal(80, [] {
+    for (int i = 0; i < 20; ++i) ErrPushEntry(ERR_SYSVALUE, kUnknownToTheSystem);
+    ErrCurrent->entries[0] = {ERR_CODE, 7};
+    exit(5);
+  });
+  EXPECT_EQ(written.code, 1);  // no room for the failure of the report
+  EXPECT_EQ(written.errors, "Error 07 (0):");
+  EXPECT_EQ(written.output, "   Fatal error: Stack for errors exceeded limits\r\n");
+}
+
+#endif
+
+}  // namespace
+}  // namespace quern
