@@ -103,7 +103,7 @@ char* Keep(const char* text, uint32_t length) {
   if (text) vsnprintf(text, static_cast<size_t>(length), format, arguments);
   ErrRaiseText(kModule, 234, ERR_LIBRARY | 1, 6);
   if (text) printf("%.*s", length, text);
-  fflush(stdout);
+  free(text);
   ErrExit(ErrLast);
 }
 
