@@ -29,6 +29,11 @@ char* TwoDigits(char* out, uint32_t number) {
   return out + 2;
 }
 
+char* Colon(char* out) {
+  *out++ = ':';
+  return out;
+}
+
 char* Separate(char* out) {
   if (out != SharedText) *out++ = ' ';
   return out;
@@ -59,15 +64,10 @@ const char* TimeStamp(const SYSTEMTIME* time, uint32_t flags) {
   }
   if (!(flags & (STAMP_TIME | STAMP_MILLIS))) return SharedText;
   out = Separate(out);
-  out = TwoDigits(out, time->wHour);
-  *out++ = ':';
-  out = TwoDigits(out, time->wMinute);
-  *out++ = ':';
+  out = Colon(TwoDigits(out, time->wHour));
+  out = Colon(TwoDigits(out, time->wMinute));
   out = TwoDigits(out, time->wSecond);
-  if (flags & STAMP_MILLIS) {
-    *out++ = ':';
-    out = Digits(out, time->wMilliseconds, 3);
-  }
+  if (flags & STAMP_MILLIS) out = Digits(Colon(out), time->wMilliseconds, 3);
   *out = '\0';
   return SharedText;
 }
@@ -96,17 +96,16 @@ const char* WatchText(uint32_t milliseconds, uint32_t flags) {
   double rest = modf(milliseconds / 3600000.0, &hours);
   rest = modf(rest * 60, &minutes);
   modf(rest * 60, &seconds);
-  int h = static_cast<int>(hours), m = static_cast<int>(minutes), s = static_cast<int>(seconds);
-  int ms = static_cast<int>(milliseconds % 1000);
-  if (h != 0) {
-    sprintf(SharedText, "%02i:%.2i:%.2i.%.3i", h, m, s, ms);
-  } else if (m != 0) {
-    sprintf(SharedText, "%.2i:%.2i.%.3i", m, s, ms);
-  } else if (s != 0) {
-    sprintf(SharedText, "%.2i.%.3i", s, ms);
+  char* out = SharedText;
+  if (hours != 0) out = Colon(TwoDigits(out, static_cast<uint32_t>(hours)));
+  if (hours != 0 || minutes != 0) out = Colon(TwoDigits(out, static_cast<uint32_t>(minutes)));
+  if (hours != 0 || minutes != 0 || seconds != 0) {
+    out = TwoDigits(out, static_cast<uint32_t>(seconds));
   } else {
-    sprintf(SharedText, "0.%.3i", ms);
+    *out++ = '0';
   }
+  *out++ = '.';
+  *Digits(out, milliseconds % 1000, 3) = '\0';
   return SharedText;
 }
 
