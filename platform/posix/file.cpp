@@ -24,7 +24,8 @@ Stream streams[] = {{STDIN_FILENO, nullptr}, {STDOUT_FILENO, nullptr}, {STDERR_F
 // They belong to the whole process: CloseHandle refuses them.
 constexpr HandleKind kStream = {nullptr};
 
-// Keeps SIGPIPE from the process while it lives: a pipe without a reader is an error like any other.
+// Keeps SIGPIPE from the process while it lives: a pipe without a reader is an error like any
+// other.
 class NoPipeSignal {
  public:
   NoPipeSignal() {

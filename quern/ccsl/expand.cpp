@@ -90,7 +90,7 @@ class Expansion {
   }
 
   void Replaced(uint32_t length, size_t nameLength) {
-    size_ += length - nameLength;
+    size_ = size_ + length - nameLength;
     lastHadValue_ = length != 0;
     ++replacements_;
   }
