@@ -88,7 +88,8 @@ const char* WatchText(uint32_t milliseconds, uint32_t flags) {
     if (flags & WATCH_MILLIS) {
       sprintf(SharedText, "%02f", static_cast<double>(milliseconds));
     } else {
-      sprintf(SharedText, "%02f.3", static_cast<double>(milliseconds / 1000));
+      uint32_t seconds = milliseconds / 1000;
+      sprintf(SharedText, "%02f.3", static_cast<double>(seconds));
     }
     return SharedText;
   }
