@@ -25,11 +25,13 @@
 //
 #include <commdlg.h>
 #include <malloc.h>  // _msize
+#include <stdio.h>
 
 #else
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include "platform/openfilename.h"
 
@@ -70,7 +72,9 @@ inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 inline constexpr DWORD ERROR_BROKEN_PIPE = 109;
 inline constexpr DWORD ERROR_DISK_FULL = 112;
 inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+inline constexpr DWORD ERROR_BUFFER_OVERFLOW = 111;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
+inline constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
 inline constexpr DWORD ERROR_DIR_NOT_EMPTY = 145;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 inline constexpr DWORD ERROR_BAD_EXE_FORMAT = 193;
@@ -78,6 +82,8 @@ inline constexpr DWORD ERROR_ENVVAR_NOT_FOUND = 203;
 inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
 inline constexpr DWORD ERROR_DIRECTORY = 267;
 inline constexpr DWORD ERROR_MR_MID_NOT_FOUND = 317;
+inline constexpr DWORD ERROR_FILE_INVALID = 1006;
+inline constexpr DWORD ERROR_USER_MAPPED_FILE = 1224;
 inline constexpr DWORD ERROR_INVALID_ADDRESS = 487;
 inline constexpr DWORD ERROR_NOT_ALL_ASSIGNED = 1300;
 inline constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
@@ -129,7 +135,7 @@ void OutputDebugStringA(const char* text);
 
 // --- handle --------------------------------------------------------------------------------------
 
-// Closes a process, thread or token handle. A process that still runs goes on.
+// Closes a process, thread, token, file or mapping handle. A process that still runs goes on.
 // Handles of GetStdHandle and GetCurrentProcess are not closed: TRUE for the latter, as the real
 // system has it, FALSE for the former.
 BOOL CloseHandle(HANDLE handle);
@@ -145,6 +151,144 @@ inline constexpr DWORD STD_ERROR_HANDLE = ~DWORD{0} - 11;
 // `stream`, and with ERROR_NOT_ENOUGH_MEMORY when a first handle finds no memory.
 HANDLE GetStdHandle(DWORD stream);
 
+inline constexpr DWORD GENERIC_READ = 0x80000000;
+inline constexpr DWORD GENERIC_WRITE = 0x40000000;
+inline constexpr DWORD FILE_SHARE_READ = 1;
+inline constexpr DWORD FILE_SHARE_WRITE = 2;
+inline constexpr DWORD CREATE_NEW = 1;
+inline constexpr DWORD CREATE_ALWAYS = 2;
+inline constexpr DWORD OPEN_EXISTING = 3;
+inline constexpr DWORD OPEN_ALWAYS = 4;
+inline constexpr DWORD TRUNCATE_EXISTING = 5;
+
+struct SECURITY_ATTRIBUTES {
+  DWORD nLength;
+  void* lpSecurityDescriptor;
+  BOOL bInheritHandle;
+};
+
+// Opens a file. Between the opens of one process the sharing rules hold: each open must be allowed
+// by what the others share, and share what they do (ERROR_SHARING_VIOLATION). INVALID_HANDLE_VALUE
+// with ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS (CREATE_NEW),
+// ERROR_ACCESS_DENIED (anything that is no regular file, no right, or a write to a file that nobody
+// has the right to write), ERROR_USER_MAPPED_FILE (one that is mapped here would be emptied),
+// ERROR_FILENAME_EXCED_RANGE. On success the last error is ERROR_SUCCESS, or ERROR_ALREADY_EXISTS
+// when OPEN_ALWAYS or CREATE_ALWAYS found a file. `security`, `attributes` and `pattern` are not
+// used. The descriptor is above 2 and closed in programs that are started.
+HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD attributes, HANDLE pattern);
+
+// The low half of the size; the high half is stored in `high` unless that is null. 0xFFFFFFFF on
+// failure.
+DWORD GetFileSize(HANDLE file, DWORD* high);
+
+inline constexpr DWORD FILE_BEGIN = 0;
+inline constexpr DWORD INVALID_SET_FILE_POINTER = 0xFFFFFFFF;
+
+// Sets the position of SetEndOfFile, from the start of the file (`method` FILE_BEGIN) alone; with a
+// null `high` the distance is signed and a negative one fails (ERROR_NEGATIVE_SEEK). Returns its
+// low half; on success the last error is left alone.
+DWORD SetFilePointer(HANDLE file, LONG distance, LONG* high, DWORD method);
+
+// Cuts or extends the file to the position. ERROR_USER_MAPPED_FILE when a mapping or a view of the
+// file that was made here reaches beyond a cut; ERROR_DISK_FULL.
+BOOL SetEndOfFile(HANDLE file);
+
+struct FILETIME {  // 100 ns units since 1601-01-01 UTC
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
+
+// Any of the three may be null. A file system that keeps no creation time gives that of the last
+// change of its facts.
+BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access, FILETIME* write);
+
+// The folder for temporary files (TMPDIR or /tmp), absolute, with a separator at its end. As
+// GetFullPathNameA with small buffers.
+DWORD GetTempPathA(DWORD size, char* buffer);
+
+// Makes an empty file with a name of its own in a folder: the folder, up to three characters of
+// `prefix` (null: none), up to four hexadecimal digits, ".tmp". With a `unique` that is not 0 the
+// name has its low 16 bits and no file is made. `buffer` has MAX_PATH bytes. Returns the number in
+// the name; 0 with ERROR_DIRECTORY when the folder is missing, ERROR_BUFFER_OVERFLOW when the name
+// would be too long.
+UINT GetTempFileNameA(const char* folder, const char* prefix, UINT unique, char* buffer);
+
+// Copies contents, permissions and times. With `failIfExists` false an existing file is replaced in
+// place. A copy that fails on the way is removed where it was made new.
+BOOL CopyFileA(const char* from, const char* to, BOOL failIfExists);
+
+// ERROR_ACCESS_DENIED for a directory, for a file without the right to write it and for one that is
+// mapped here; ERROR_SHARING_VIOLATION for one that is open here.
+BOOL DeleteFileA(const char* name);
+
+// --- mapping -------------------------------------------------------------------------------------
+
+inline constexpr DWORD PAGE_READONLY = 2;
+inline constexpr DWORD PAGE_READWRITE = 4;
+inline constexpr DWORD PAGE_WRITECOPY = 8;
+inline constexpr DWORD SEC_RESERVE = 0x4000000;
+inline constexpr DWORD FILE_MAP_COPY = 1;
+inline constexpr DWORD FILE_MAP_WRITE = 2;
+inline constexpr DWORD FILE_MAP_READ = 4;
+
+// A mapping of the first `sizeLow` bytes of a file (0: of all of it; an empty file then fails with
+// ERROR_FILE_INVALID). With PAGE_READWRITE a shorter file is extended, and the disk space for all
+// of it is reserved (ERROR_DISK_FULL, the file as it was); with the others a shorter file fails
+// (ERROR_NOT_ENOUGH_MEMORY). INVALID_HANDLE_VALUE as the file means memory instead; with
+// SEC_RESERVE a range of addresses that nobody may touch. Null handles fail with
+// ERROR_INVALID_HANDLE. `security`, `sizeHigh` and `name` are not used. Returns null on failure.
+HANDLE CreateFileMappingA(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection,
+                          DWORD sizeHigh, DWORD sizeLow, const char* name);
+
+// Maps all of a mapping (`bytes` 0) at an address that is a multiple of the allocation granularity:
+// at `base`, and there alone (ERROR_INVALID_ADDRESS when it is taken or no such multiple), or
+// anywhere. The offsets are not used. A view outlives the handles of its mapping and its file.
+void* MapViewOfFileEx(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, size_t bytes,
+                      void* base);
+
+// ERROR_INVALID_ADDRESS when no view begins there.
+BOOL UnmapViewOfFile(const void* view);
+
+// --- scheduling ----------------------------------------------------------------------------------
+
+inline constexpr int THREAD_PRIORITY_TIME_CRITICAL = 15;
+inline constexpr DWORD REALTIME_PRIORITY_CLASS = 0x100;
+
+// Priorities are remembered and given back; nothing else comes of them.
+HANDLE GetCurrentThread();
+int GetThreadPriority(HANDLE thread);
+BOOL SetThreadPriority(HANDLE thread, int priority);
+DWORD GetPriorityClass(HANDLE process);
+BOOL SetPriorityClass(HANDLE process, DWORD priorityClass);
+
+// 0 gives way to others once.
+void Sleep(DWORD milliseconds);
+
+// --- exception -----------------------------------------------------------------------------------
+
+inline constexpr DWORD EXCEPTION_ACCESS_VIOLATION = 0xC0000005;
+inline constexpr LONG EXCEPTION_CONTINUE_EXECUTION = -1;
+inline constexpr LONG EXCEPTION_CONTINUE_SEARCH = 0;
+
+// What a filter is told of an exception. A program's handler of SIGSEGV fills the code and, as the
+// second information word, the address that was touched.
+struct EXCEPTION_RECORD {
+  DWORD ExceptionCode;
+  DWORD ExceptionFlags;
+  EXCEPTION_RECORD* ExceptionRecord;
+  void* ExceptionAddress;
+  DWORD NumberParameters;
+  UINT_PTR ExceptionInformation[15];
+};
+
+struct EXCEPTION_POINTERS {
+  EXCEPTION_RECORD* ExceptionRecord;
+  void* ContextRecord;
+};
+
+// --- write ---------------------------------------------------------------------------------------
+
 // Writes all bytes, however many system calls that takes. FALSE with `written` telling how many
 // went out: ERROR_DISK_FULL, ERROR_BROKEN_PIPE (no signal is raised), ERROR_ACCESS_DENIED for a
 // handle that is not for writing. `overlapped` must be null.
@@ -158,11 +302,6 @@ inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400;
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
-
-struct FILETIME {  // 100 ns units since 1601-01-01 UTC
-  DWORD dwLowDateTime;
-  DWORD dwHighDateTime;
-};
 
 struct WIN32_FIND_DATAA {
   DWORD dwFileAttributes;
@@ -221,6 +360,10 @@ DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePa
 // such name, ERROR_PATH_NOT_FOUND when a directory on the way is missing.
 DWORD GetFileAttributesA(const char* name);
 
+// The path of the running program; `module` is null. Returns its length without the terminator;
+// `size`, with the path cut and ERROR_INSUFFICIENT_BUFFER, when the buffer is too small.
+DWORD GetModuleFileNameA(HANDLE module, char* buffer, DWORD size);
+
 // The kind of the drive that holds the directory `root`; null means the current directory. The last
 // error is left alone.
 UINT GetDriveTypeA(const char* root);
@@ -233,12 +376,6 @@ inline constexpr DWORD WAIT_OBJECT_0 = 0;
 inline constexpr DWORD WAIT_TIMEOUT = 258;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 inline constexpr DWORD STILL_ACTIVE = 259;
-
-struct SECURITY_ATTRIBUTES {
-  DWORD nLength;
-  void* lpSecurityDescriptor;
-  BOOL bInheritHandle;
-};
 
 struct STARTUPINFOA {
   DWORD cb;
@@ -505,6 +642,16 @@ inline HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool /*
 }
 #else
 HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool directories);
+#endif
+
+// Opens a stream of the runtime, for bytes: `mode` is "rb", "r+b", "wb" or "a+b". Null, with the
+// last error set, when the runtime refuses, for a directory, and for a name that is too long. In
+// the POSIX layer also where an open of CreateFileA does not share; later opens do not see the
+// stream.
+#ifdef _WIN32
+inline FILE* OpenStream(const char* name, const char* mode) { return fopen(name, mode); }
+#else
+FILE* OpenStream(const char* name, const char* mode);
 #endif
 
 // Whether OutputDebugStringA has a listener. The real system does not tell.

@@ -1,14 +1,18 @@
-// The standard streams as handles, and writing to them.
+// The standard streams as handles, opened files, and writing to them.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 #include <thread>
 
 #include "platform/win32.h"
 #include "tests/support/alloc.h"
+#include "tests/support/tree.h"
 
 namespace {
 
@@ -152,6 +156,220 @@ TEST(PosixFile, WritesAllHoweverLittleAPipeTakes) {
   std::string seen = ThroughPipe(text, 0, 200'000, ERROR_BROKEN_PIPE, &written);
   EXPECT_GE(written, seen.size());
   EXPECT_LT(written, text.size());
+}
+
+using tavrix_test::Tree;
+
+constexpr DWORD kBoth = GENERIC_READ | GENERIC_WRITE;
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE;
+
+HANDLE Open(const std::string& name, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING) {
+  return CreateFileA(name.c_str(), access, share, nullptr, disposition, 0, nullptr);
+}
+
+// Opens and closes. The last error.
+DWORD TryOpen(const std::string& name, DWORD access, DWORD disposition = OPEN_EXISTING,
+              DWORD share = kShareAll) {
+  SetLastError(1234);
+  HANDLE file = Open(name, access, share, disposition);
+  DWORD error = GetLastError();
+  EXPECT_EQ(file != INVALID_HANDLE_VALUE, error == 0 || error == ERROR_ALREADY_EXISTS);
+  if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+  return error;
+}
+
+TEST(PosixFile, OpensAsTheDispositionSays) {
+  Tree tree;
+  struct {
+    DWORD disposition, found, missing;  // the last error of each
+    const char* kept;
+  } const kRows[] = {{CREATE_NEW, ERROR_FILE_EXISTS, 0, "old"},
+                     {CREATE_ALWAYS, ERROR_ALREADY_EXISTS, 0, ""},
+                     {OPEN_EXISTING, 0, ERROR_FILE_NOT_FOUND, "old"},
+                     {OPEN_ALWAYS, ERROR_ALREADY_EXISTS, 0, "old"},
+                     {TRUNCATE_EXISTING, 0, ERROR_FILE_NOT_FOUND, ""},
+                     {6, ERROR_INVALID_PARAMETER, ERROR_INVALID_PARAMETER, "old"}};
+  for (const auto& row : kRows) {
+    tree.File("found", "old");
+    EXPECT_EQ(TryOpen(tree.Path("found"), kBoth, row.disposition), row.found) << row.disposition;
+    EXPECT_EQ(tree.Read("found"), row.kept) << row.disposition;
+    EXPECT_EQ(TryOpen(tree.Path("new"), kBoth, row.disposition), row.missing) << row.disposition;
+    EXPECT_EQ(tree.Exists("new"), row.missing == 0) << row.disposition;
+    tree.Remove("new");
+  }
+  // A link that leads nowhere is neither found nor made.
+  std::filesystem::create_symlink("nowhere", tree.root() / "link");
+  EXPECT_EQ(TryOpen(tree.Path("link"), kBoth, OPEN_ALWAYS), ERROR_FILE_NOT_FOUND);
+}
+
+TEST(PosixFile, TellsWhyItCouldNotOpen) {
+  Tree tree;
+  tree.File("dir/file", "text");
+  ASSERT_EQ(mkfifo(tree.Path("pipe").c_str(), 0666), 0);
+  for (DWORD access : {GENERIC_READ, GENERIC_WRITE, kBoth}) {
+    EXPECT_EQ(TryOpen(tree.Path("dir"), access), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(TryOpen(tree.Path("pipe"), access), ERROR_ACCESS_DENIED) << "without waiting";
+    EXPECT_EQ(TryOpen("/dev/null", access), ERROR_ACCESS_DENIED);
+  }
+  EXPECT_EQ(TryOpen(tree.Path("no/file"), GENERIC_READ), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(TryOpen(tree.Path("no/file"), kBoth, CREATE_ALWAYS), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(TryOpen(tree.Path("dir/file/x"), GENERIC_READ), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(TryOpen("", GENERIC_READ), ERROR_PATH_NOT_FOUND);
+  tree.SetReadOnly("dir/file", true);
+  EXPECT_EQ(TryOpen(tree.Path("dir/file"), kBoth), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(TryOpen(tree.Path("dir/file"), GENERIC_READ, CREATE_ALWAYS), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(tree.Read("dir/file"), "text");
+  EXPECT_EQ(TryOpen(tree.Path("dir/file"), GENERIC_READ), 0u);
+  std::string longest = tree.Path("");
+  longest += "/" + std::string(258 - longest.size(), 'n');
+  EXPECT_EQ(TryOpen(longest, kBoth, CREATE_NEW), 0u);
+  EXPECT_EQ(TryOpen(longest + "n", kBoth, CREATE_NEW), ERROR_FILENAME_EXCED_RANGE);
+}
+
+TEST(PosixFile, ObeysWhatOthersShare) {
+  Tree tree;
+  tree.File("file", "text");
+  tree.File("other", "text");
+  std::filesystem::create_hard_link(tree.root() / "file", tree.root() / "twin");
+  constexpr DWORD kAccess[] = {0, GENERIC_READ, GENERIC_WRITE, kBoth};
+  for (int i = 0; i < 4 * 4 * 4 * 4; ++i) {
+    // The number of an access is at the same time that of the sharing that allows it.
+    DWORD access = i & 3, share = i >> 2 & 3, nextAccess = i >> 4 & 3, nextShare = i >> 6 & 3;
+    HANDLE first = Open(tree.Path("file"), kAccess[access], share);
+    HANDLE second = Open(tree.Path("twin"), kAccess[nextAccess], nextShare);
+    bool allowed = !access || !nextAccess || !((nextAccess & ~share) | (access & ~nextShare));
+    EXPECT_EQ(second != INVALID_HANDLE_VALUE, allowed) << i;
+    if (!allowed) {
+      EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+    } else {
+      CloseHandle(second);
+    }
+    EXPECT_EQ(TryOpen(tree.Path("other"), kBoth, OPEN_EXISTING, 0), 0u);
+    CloseHandle(first);
+  }
+  HANDLE reader = Open(tree.Path("file"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_EQ(TryOpen(tree.Path("file"), kBoth, CREATE_ALWAYS), ERROR_SHARING_VIOLATION);
+  EXPECT_EQ(OpenStream(tree.Path("file").c_str(), "wb"), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+  EXPECT_EQ(tree.Read("file"), "text") << "refused before it is emptied";
+  CloseHandle(reader);
+  EXPECT_EQ(TryOpen(tree.Path("file"), kBoth, CREATE_ALWAYS, 0), ERROR_ALREADY_EXISTS);
+}
+
+TEST(PosixFile, KeepsSizesPositionsAndTimes) {
+  Tree tree;
+  tree.File("file", "0123456789");
+  HANDLE file = Open(tree.Path("file"), kBoth, kShareAll);
+  DWORD high = 1, written;
+  EXPECT_EQ(GetFileSize(file, &high), 10u);
+  EXPECT_EQ(high, 0u);
+  EXPECT_EQ(SetFilePointer(file, 4, nullptr, FILE_BEGIN), 4u);
+  EXPECT_TRUE(WriteFile(file, "ab", 2, &written, nullptr));
+  EXPECT_TRUE(SetEndOfFile(file)) << "at the position behind what was written";
+  EXPECT_EQ(tree.Read("file"), "0123ab");
+  SetFilePointer(file, 8, nullptr, FILE_BEGIN);
+  EXPECT_TRUE(SetEndOfFile(file));
+  EXPECT_EQ(tree.Read("file"), std::string("0123ab\0\0", 8));
+  EXPECT_EQ(SetFilePointer(file, -1, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
+  EXPECT_EQ(GetLastError(), ERROR_NEGATIVE_SEEK);
+  LONG top = 1;
+  SetLastError(0);
+  EXPECT_EQ(SetFilePointer(file, -1, &top, FILE_BEGIN), 0xFFFFFFFFu);
+  EXPECT_EQ(GetLastError(), 0u) << "no failure but 8 GiB - 1";
+  EXPECT_TRUE(SetEndOfFile(file));
+  EXPECT_EQ(GetFileSize(file, &high), 0xFFFFFFFFu);
+  EXPECT_EQ(high, 1u);
+
+  // 2001-09-09 01:46:40 and a half; the access ten seconds before.
+  timespec times[] = {{999'999'990, 0}, {1'000'000'000, 500'000'000}};
+  ASSERT_EQ(utimensat(AT_FDCWD, tree.Path("file").c_str(), times, 0), 0);
+  FILETIME birth, access, write;
+  ASSERT_TRUE(GetFileTime(file, &birth, &access, &write));
+  ASSERT_TRUE(GetFileTime(file, nullptr, nullptr, nullptr));
+  auto ticks = [](FILETIME time) {
+    return uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+  };
+  EXPECT_EQ(ticks(write), 126444736005000000u);
+  EXPECT_EQ(ticks(access), ticks(write) - 105'000'000);
+  EXPECT_GT(ticks(birth), ticks(write)) << "it was made just now";
+
+  HANDLE reader = Open(tree.Path("file"), GENERIC_READ, kShareAll);
+  EXPECT_FALSE(SetEndOfFile(reader));
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(WriteFile(reader, "x", 1, &written, nullptr));
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  EXPECT_TRUE(CloseHandle(reader));
+  EXPECT_EQ(GetFileSize(reader, nullptr), 0xFFFFFFFFu);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  CloseHandle(file);
+}
+
+TEST(PosixFile, OpensStreamsForBytes) {
+  Tree tree;
+  tree.File("dir/file", "one\r\n");
+  std::string name = tree.Path("dir/file");
+  std::replace(name.begin() + 1, name.end(), '/', '\\');
+  FILE* stream = OpenStream(name.c_str(), "a+b");
+  ASSERT_TRUE(stream);
+  EXPECT_TRUE(fcntl(fileno(stream), F_GETFD) & FD_CLOEXEC);
+  rewind(stream);
+  fputs("two", stream);
+  fclose(stream);
+  EXPECT_EQ(tree.Read("dir/file"), "one\r\ntwo");
+  stream = OpenStream(name.c_str(), "r+b");
+  EXPECT_EQ(fgetc(stream), 'o');
+  fseek(stream, 0, SEEK_SET);
+  fputs("O", stream);
+  fclose(stream);
+  EXPECT_EQ(tree.Read("dir/file"), "One\r\ntwo");
+  fclose(OpenStream(name.c_str(), "wb"));
+  EXPECT_EQ(tree.Read("dir/file"), "");
+  struct {
+    const char *name, *mode;
+    DWORD error;
+  } const kRows[] = {{"dir", "rb", ERROR_ACCESS_DENIED},
+                     {"dir", "wb", ERROR_ACCESS_DENIED},
+                     {"none", "rb", ERROR_FILE_NOT_FOUND},
+                     {"none", "r+b", ERROR_FILE_NOT_FOUND},
+                     {"no/file", "wb", ERROR_PATH_NOT_FOUND}};
+  for (const auto& row : kRows) {
+    EXPECT_EQ(OpenStream(tree.Path(row.name).c_str(), row.mode), nullptr) << row.name;
+    EXPECT_EQ(GetLastError(), row.error) << row.name;
+  }
+  EXPECT_FALSE(tree.Exists("none"));
+}
+
+TEST(PosixFile, TakesNoStandardStreamsPlaceAndLeavesNothing) {
+  Tree tree;
+  tree.File("file", "text");
+  TryOpen(tree.Path("file"), GENERIC_READ);  // the table of handles stays
+  int64_t blocks = tavrix_test::LiveBlocks();
+  int input = dup(STDIN_FILENO), free = dup(STDIN_FILENO);
+  close(free);
+  close(STDIN_FILENO);
+  HANDLE file = Open(tree.Path("file"), GENERIC_READ, kShareAll);
+  EXPECT_EQ(GetStdHandle(STD_INPUT_HANDLE), nullptr);
+  EXPECT_TRUE(fcntl(free, F_GETFD) & FD_CLOEXEC);
+  CloseHandle(file);
+  EXPECT_LT(fcntl(free, F_GETFD), 0) << "closed";
+  dup2(input, STDIN_FILENO);
+  EXPECT_EQ(tavrix_test::LiveBlocks(), blocks);
+  {
+    tavrix_test::AllocationFault fault(1);
+    EXPECT_EQ(TryOpen(tree.Path("file"), kBoth, CREATE_ALWAYS), ERROR_NOT_ENOUGH_MEMORY);
+  }
+  EXPECT_EQ(tree.Read("file"), "text") << "nothing happened to it";
+}
+
+TEST(PosixFile, NamesTheRunningProgram) {
+  std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+  DWORD length = static_cast<DWORD>(self.size());
+  std::string buffer(length + 2, 'x');
+  EXPECT_EQ(GetModuleFileNameA(nullptr, buffer.data(), length + 1), length);
+  EXPECT_EQ(buffer, self + std::string("\0x", 2));
+  EXPECT_EQ(GetModuleFileNameA(nullptr, buffer.data(), length), length);
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_STREQ(buffer.c_str(), self.substr(0, length - 1).c_str());
 }
 
 }  // namespace

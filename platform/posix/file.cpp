@@ -1,4 +1,4 @@
-// The standard streams as handles, and writing.
+// The standard streams as handles, opened files, and writing.
 #include "platform/posix/file.h"
 
 #include <fcntl.h>
@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 #include "platform/posix/handle.h"
 #include "platform/posix/native.h"
@@ -24,30 +26,144 @@ Stream streams[] = {{STDIN_FILENO, nullptr}, {STDOUT_FILENO, nullptr}, {STDERR_F
 // They belong to the whole process: CloseHandle refuses them.
 constexpr HandleKind kStream = {nullptr};
 
-// Keeps SIGPIPE from the process while it lives: a pipe without a reader is an error like any
-// other.
-class NoPipeSignal {
- public:
-  NoPipeSignal() {
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    sigset_t pending;
-    sigpending(&pending);
-    waiting_ = sigismember(&pending, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
-  }
-  ~NoPipeSignal() {
-    const timespec kNow = {};
-    if (!waiting_) sigtimedwait(&pipe_, nullptr, &kNow);  // takes the one that was raised here
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  NoPipeSignal(const NoPipeSignal&) = delete;
-  NoPipeSignal& operator=(const NoPipeSignal&) = delete;
+// The files whose handle is open, by their inode.
+constexpr uint32_t kBuckets = 64;
+File* openFiles[kBuckets];
 
- private:
-  sigset_t pipe_, before_;
-  bool waiting_;
+File** BucketOf(const FileIdentity& identity) { return &openFiles[identity.inode % kBuckets]; }
+
+void CloseFile(void* object) {
+  File* file = static_cast<File*>(object);
+  File** link = BucketOf(file->identity);
+  while (*link != file) link = &(*link)->next;
+  *link = file->next;
+  ReleaseFile(file);
+}
+
+constexpr HandleKind kFile = {CloseFile};
+
+// What an open asks of a file. `uses` and `share` are in FILE_SHARE_READ and FILE_SHARE_WRITE.
+struct Request {
+  DWORD uses, share;
+  DWORD disposition;
+  int flags;  // of open: O_RDONLY, O_WRONLY or O_RDWR, and O_APPEND
+  bool onlyRegular;
 };
+
+bool Truncates(const Request& request) {
+  return request.disposition == CREATE_ALWAYS || request.disposition == TRUNCATE_EXISTING;
+}
+
+// Whether no open of the file stands against another one. Opens that neither read nor write are in
+// nobody's way.
+bool MayShare(const FileIdentity& identity, const Request& request) {
+  if (request.uses == 0) return true;
+  for (const File* other = *BucketOf(identity); other; other = other->next) {
+    if (other->identity == identity && other->uses &&
+        ((request.uses & ~other->share) || (other->uses & ~request.share))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Opens what is there, and says so in `found`, or makes a new file, as the disposition has it.
+// Returns a descriptor, or -1 with errno set.
+int OpenOrMake(const char* path, const Request& request, bool* found) {
+  constexpr int kAttempts = 16;  // others may make and remove the file meanwhile
+  // Something else than a file is to be refused and not to be waited for.
+  int flags = request.flags | O_CLOEXEC | O_NOCTTY | O_LARGEFILE;
+  if (request.onlyRegular) flags |= O_NONBLOCK;
+  for (int i = 0; i < kAttempts; ++i) {
+    *found = request.disposition != CREATE_NEW;
+    if (*found) {
+      int descriptor = open(path, flags);
+      if (descriptor >= 0 || errno != ENOENT) return descriptor;
+      if (request.disposition == OPEN_EXISTING || request.disposition == TRUNCATE_EXISTING) {
+        return -1;
+      }
+    }
+    *found = false;
+    int descriptor = open(path, flags | O_CREAT | O_EXCL, 0666);
+    if (descriptor >= 0 || errno != EEXIST || request.disposition == CREATE_NEW) return descriptor;
+  }
+  return errno = ENOENT, -1;  // a link that leads nowhere
+}
+
+// The same with a descriptor that is never one of the standard streams'.
+int OpenAbove(const char* path, const Request& request, bool* found) {
+  int descriptor;
+  do {
+    descriptor = OpenOrMake(path, request, found);
+  } while (descriptor < 0 && errno == EINTR);
+  if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
+  int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  int number = errno;
+  close(descriptor);
+  return errno = number, moved;
+}
+
+// Why an open of `path` failed with errno `number`.
+DWORD OpenError(const char* path, int number) {
+  switch (number) {
+    case EEXIST:
+      return ERROR_FILE_EXISTS;
+    case EAGAIN:  // another process holds a lease
+      return ERROR_SHARING_VIOLATION;
+    case ENXIO:
+    case ENODEV:  // a pipe that nobody reads, a socket, a device without a driver
+      return ERROR_ACCESS_DENIED;
+    default:
+      return MissingError(path, number);
+  }
+}
+
+int ResizeTo(int descriptor, uint64_t size) {
+  NoWriteSignals guard;
+  int result;
+  do {
+    result = ftruncate64(descriptor, static_cast<off64_t>(size));
+  } while (result != 0 && errno == EINTR);
+  return result == 0 ? 0 : errno;
+}
+
+// Whether an opened file may be used as asked, and empties it where the disposition says so.
+// ERROR_SUCCESS or the error.
+DWORD Admit(int descriptor, const struct statx& facts, const Request& request, bool found) {
+  bool regular = S_ISREG(facts.stx_mode);
+  if (S_ISDIR(facts.stx_mode) || (request.onlyRegular && !regular)) return ERROR_ACCESS_DENIED;
+  if (!found || !regular) return ERROR_SUCCESS;
+  // A file that nobody may write is closed to those as well whom the system would let pass.
+  bool writes = request.uses & FILE_SHARE_WRITE || Truncates(request);
+  if (writes && AttributesFrom(facts) & FILE_ATTRIBUTE_READONLY) return ERROR_ACCESS_DENIED;
+  FileIdentity identity = IdentityOf(facts);
+  if (!MayShare(identity, request)) return ERROR_SHARING_VIOLATION;
+  if (!Truncates(request)) return ERROR_SUCCESS;
+  if (IsMappedBeyond(identity, 0)) return ERROR_USER_MAPPED_FILE;
+  return ErrorFromErrno(ResizeTo(descriptor, 0));
+}
+
+// Opens `name` as asked. Returns a descriptor, or -1 with the last error set.
+int Open(const char* name, const Request& request, struct statx* facts, bool* found) {
+  NativePath path;
+  if (!ToNative(name, &path)) return -1;
+  int descriptor = OpenAbove(path.text, request, found);
+  if (descriptor < 0) return Fail(OpenError(path.text, errno)), -1;
+  int number = Look(descriptor, facts);
+  DWORD error = number ? ErrorFromErrno(number) : Admit(descriptor, *facts, request, *found);
+  if (error == ERROR_SUCCESS) return descriptor;
+  close(descriptor);
+  return Fail(error), -1;
+}
+
+int OpenFlags(DWORD uses, bool truncates) {
+  if (uses == (FILE_SHARE_READ | FILE_SHARE_WRITE)) return O_RDWR;
+  if (uses == FILE_SHARE_WRITE) return O_WRONLY;
+  return truncates ? O_RDWR : O_RDONLY;
+}
+
+DWORD Low(uint64_t value) { return static_cast<DWORD>(value); }
+DWORD High(uint64_t value) { return static_cast<DWORD>(value >> 32); }
 
 }  // namespace
 
@@ -56,8 +172,28 @@ int Descriptor(HANDLE file) {
   return stream ? stream->descriptor : -1;
 }
 
+NoWriteSignals::NoWriteSignals() {
+  sigset_t both, pending;
+  sigemptyset(&both);
+  sigemptyset(&raised_);
+  sigpending(&pending);
+  constexpr int kSignals[] = {SIGPIPE, SIGXFSZ};
+  for (int signal : kSignals) {
+    sigaddset(&both, signal);
+    if (!sigismember(&pending, signal)) sigaddset(&raised_, signal);
+  }
+  pthread_sigmask(SIG_BLOCK, &both, &before_);
+}
+
+NoWriteSignals::~NoWriteSignals() {
+  const timespec kNow = {};
+  while (sigtimedwait(&raised_, nullptr, &kNow) > 0) {  // takes those that were raised here
+  }
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
 int WriteAll(int descriptor, const void* data, size_t size, size_t* written) {
-  NoPipeSignal guard;
+  NoWriteSignals guard;
   auto* at = static_cast<const char*>(data);
   while (size > 0) {
     ssize_t count = write(descriptor, at, size);
@@ -75,6 +211,32 @@ int WriteAll(int descriptor, const void* data, size_t size, size_t* written) {
   return 0;
 }
 
+FileIdentity IdentityOf(const struct statx& facts) {
+  return {uint64_t{facts.stx_dev_major} << 32 | facts.stx_dev_minor, facts.stx_ino};
+}
+
+File* FileOf(HANDLE handle) { return static_cast<File*>(HandleObject(handle, kFile)); }
+
+void ReleaseFile(File* file) {
+  if (--file->references > 0) return;
+  close(file->descriptor);
+  free(file);
+}
+
+bool IsOpen(const FileIdentity& identity) {
+  for (const File* file = *BucketOf(identity); file; file = file->next) {
+    if (file->identity == identity) return true;
+  }
+  return false;
+}
+
+FILETIME FileTimeOf(const statx_timestamp& time) {
+  constexpr int64_t kSecondsTo1970 = 11'644'473'600;
+  uint64_t ticks =
+      static_cast<uint64_t>((time.tv_sec + kSecondsTo1970) * 10'000'000 + time.tv_nsec / 100);
+  return {Low(ticks), High(ticks)};
+}
+
 }  // namespace posix_layer
 
 HANDLE GetStdHandle(DWORD stream) {
@@ -87,16 +249,131 @@ HANDLE GetStdHandle(DWORD stream) {
   return entry.handle ? entry.handle : INVALID_HANDLE_VALUE;
 }
 
-BOOL WriteFile(HANDLE file, const void* data, DWORD size, DWORD* written, void* overlapped) {
+HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES*,
+                   DWORD disposition, DWORD, HANDLE) {
+  using namespace posix_layer;
+  DWORD uses = (access & GENERIC_READ ? FILE_SHARE_READ : 0) |
+               (access & GENERIC_WRITE ? FILE_SHARE_WRITE : 0);
+  bool known = disposition >= CREATE_NEW && disposition <= TRUNCATE_EXISTING;
+  if (!known || (disposition == TRUNCATE_EXISTING && !(access & GENERIC_WRITE))) {
+    return Fail(ERROR_INVALID_PARAMETER), INVALID_HANDLE_VALUE;
+  }
+  Request request = {uses, share, disposition, 0, true};
+  request.flags = OpenFlags(uses, Truncates(request));
+  // Everything that can fail comes before a file is made or emptied.
+  if (!ReserveHandles(1)) return INVALID_HANDLE_VALUE;
+  File* file = static_cast<File*>(malloc(sizeof(File)));
+  if (!file) return Fail(ERROR_NOT_ENOUGH_MEMORY), INVALID_HANDLE_VALUE;
+  struct statx facts;
+  bool found;
+  int descriptor = Open(name, request, &facts, &found);
+  if (descriptor < 0) {
+    free(file);
+    return INVALID_HANDLE_VALUE;
+  }
+  File** bucket = BucketOf(IdentityOf(facts));
+  *file = {IdentityOf(facts), descriptor, 1, access, uses, share, 0, *bucket};
+  *bucket = file;
+  bool always = disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+  SetLastError(found && always ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+  return OpenHandle(kFile, file);
+}
+
+DWORD GetFileSize(HANDLE handle, DWORD* high) {
+  using namespace posix_layer;
+  constexpr DWORD kFailed = 0xFFFFFFFF;
+  File* file = FileOf(handle);
+  if (!file) return kFailed;
+  off64_t size = lseek64(file->descriptor, 0, SEEK_END);
+  if (size < 0) return Fail(ErrorFromErrno(errno)), kFailed;
+  if (high) *high = High(static_cast<uint64_t>(size));
+  return Low(static_cast<uint64_t>(size));
+}
+
+DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* high, DWORD method) {
+  using namespace posix_layer;
+  File* file = FileOf(handle);
+  if (!file) return INVALID_SET_FILE_POINTER;
+  if (method != FILE_BEGIN) return Fail(ERROR_INVALID_PARAMETER), INVALID_SET_FILE_POINTER;
+  int64_t position = distance;
+  if (high) position = static_cast<int64_t>(*high) << 32 | static_cast<DWORD>(distance);
+  if (position < 0) return Fail(ERROR_NEGATIVE_SEEK), INVALID_SET_FILE_POINTER;
+  file->position = static_cast<uint64_t>(position);
+  return static_cast<DWORD>(distance);
+}
+
+BOOL SetEndOfFile(HANDLE handle) {
+  using namespace posix_layer;
+  File* file = FileOf(handle);
+  if (!file) return FALSE;
+  if (!(file->access & GENERIC_WRITE)) return Fail(ERROR_ACCESS_DENIED);
+  if (IsMappedBeyond(file->identity, file->position)) {
+    // In nobody's way while it cuts nothing off.
+    off64_t size = lseek64(file->descriptor, 0, SEEK_END);
+    if (size < 0 || static_cast<uint64_t>(size) > file->position) {
+      return Fail(ERROR_USER_MAPPED_FILE);
+    }
+  }
+  int number = ResizeTo(file->descriptor, file->position);
+  return number == 0 || Fail(ErrorFromErrno(number));
+}
+
+BOOL GetFileTime(HANDLE handle, FILETIME* creation, FILETIME* access, FILETIME* write) {
+  using namespace posix_layer;
+  File* file = FileOf(handle);
+  if (!file) return FALSE;
+  struct statx facts;
+  if (statx(file->descriptor, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &facts) != 0) {
+    return Fail(ErrorFromErrno(errno));
+  }
+  const bool born = facts.stx_mask & STATX_BTIME;
+  if (creation) *creation = FileTimeOf(born ? facts.stx_btime : facts.stx_ctime);
+  if (access) *access = FileTimeOf(facts.stx_atime);
+  if (write) *write = FileTimeOf(facts.stx_mtime);
+  return TRUE;
+}
+
+BOOL WriteFile(HANDLE handle, const void* data, DWORD size, DWORD* written, void* overlapped) {
   using namespace posix_layer;
   if (written) *written = 0;
   if (overlapped) return Fail(ERROR_INVALID_PARAMETER);
-  int descriptor = Descriptor(file);
-  if (descriptor < 0) return FALSE;
+  DWORD before = GetLastError();
+  int descriptor = Descriptor(handle);
+  File* file = nullptr;
+  if (descriptor < 0) {
+    file = FileOf(handle);
+    if (!file) return FALSE;
+    SetLastError(before);
+    if (!(file->access & GENERIC_WRITE)) return Fail(ERROR_ACCESS_DENIED);
+    descriptor = file->descriptor;
+    lseek64(descriptor, static_cast<off64_t>(file->position), SEEK_SET);
+  }
   size_t count = 0;
   int number = WriteAll(descriptor, data, size, &count);
+  if (file) file->position += count;
   if (written) *written = static_cast<DWORD>(count);
   if (number == 0) return TRUE;
   // Such a descriptor is open: GetStdHandle saw to it. It is not for writing.
   return Fail(number == EBADF ? ERROR_ACCESS_DENIED : ErrorFromErrno(number));
+}
+
+FILE* OpenStream(const char* name, const char* mode) {
+  using namespace posix_layer;
+  bool both = strchr(mode, '+') != nullptr;
+  DWORD uses = both             ? FILE_SHARE_READ | FILE_SHARE_WRITE
+               : mode[0] == 'r' ? FILE_SHARE_READ
+                                : FILE_SHARE_WRITE;
+  DWORD disposition = mode[0] == 'r' ? OPEN_EXISTING : mode[0] == 'w' ? CREATE_ALWAYS : OPEN_ALWAYS;
+  // Streams share everything and are not counted among the opens: nobody tells of their end.
+  Request request = {uses, FILE_SHARE_READ | FILE_SHARE_WRITE, disposition, 0, false};
+  request.flags = OpenFlags(uses, false) | (mode[0] == 'a' ? O_APPEND : 0);
+  struct statx facts;
+  bool found;
+  int descriptor = Open(name, request, &facts, &found);
+  if (descriptor < 0) return nullptr;
+  FILE* stream = fdopen(descriptor, mode);
+  if (stream) return stream;
+  int number = errno;
+  close(descriptor);
+  return Fail(ErrorFromErrno(number)), nullptr;
 }

@@ -1,4 +1,4 @@
-// Names of files: native form, full form, attributes, kind of drive.
+// Names of files: native form, full form, attributes, the program's own, kind of drive.
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/statfs.h>
@@ -218,6 +218,32 @@ DWORD GetFileAttributesA(const char* name) {
   DWORD attributes = AttributesFrom(facts);
   if (link && S_ISDIR(facts.stx_mode)) attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
   return attributes;
+}
+
+DWORD GetModuleFileNameA(HANDLE, char* buffer, DWORD size) {
+  using namespace posix_layer;
+  char path[PATH_MAX + 1];
+  ssize_t count = readlink("/proc/self/exe", path, PATH_MAX);
+  if (count < 0) return Fail(ErrorFromErrno(errno)), 0;
+  size_t length = static_cast<size_t>(count);
+  path[length] = 0;
+  // A program that was replaced while it runs.
+  constexpr char kDeleted[] = " (deleted)";
+  constexpr size_t kDeletedLength = sizeof kDeleted - 1;
+  struct statx facts;
+  if (length > kDeletedLength && strcmp(path + length - kDeletedLength, kDeleted) == 0 &&
+      Look(path, true, &facts) != 0) {
+    path[length -= kDeletedLength] = 0;
+  }
+  if (length < size) {
+    memcpy(buffer, path, length + 1);
+    return static_cast<DWORD>(length);
+  }
+  if (size > 0) {
+    memcpy(buffer, path, size - 1);
+    buffer[size - 1] = 0;
+  }
+  return Fail(ERROR_INSUFFICIENT_BUFFER), size;
 }
 
 UINT GetDriveTypeA(const char* root) {
