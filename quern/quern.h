@@ -42,6 +42,7 @@ constexpr uint32_t ClassTag(const char* text) {
 inline constexpr uint32_t kErrClass = 1;
 inline constexpr uint32_t kMemClass = 2;
 inline constexpr uint32_t kCslClass = 7;
+inline constexpr uint32_t kFileClass = 8;
 inline constexpr uint32_t kFinderClass = 9;
 
 // --- messages ------------------------------------------------------------------------------------

@@ -107,6 +107,26 @@ TEST(Tool, ConsoleCommandsOnAPipeWriteNoEscapes) {
   Expect("expand \"[%TVX_TOOL%]\"", 0, "[value]\n");
 }
 
+TEST(Tool, EditsFiles) {
+  Tree tree;
+  tree.File("f", "0123456789");
+  std::string file = "\"" + tree.Path("f") + "\"";
+  Expect("edit " + file + " --at 2 --delete 3 --insert ab", 0, "");
+  EXPECT_EQ(tree.Read("f"), "01ab56789");
+  Expect("append " + file + " \"<%s>\" text", 0, "");
+  Expect("append " + file + " end", 0, "");
+  EXPECT_EQ(tree.Read("f"), "01ab56789<text>end");
+  Result result = Tavrix("edit " + file + " --at 100 --insert x");
+  EXPECT_EQ(result.code, 1);
+  EXPECT_TRUE(result.output.starts_with("tavrix: Error 01 (CFILE")) << result.output;
+  EXPECT_EQ(Tavrix("append " + file + " %d 5").code, 2);
+  tree.File("tool.log");
+  Expect("companion \"" + tree.Path("tool.exe") + "\" .log", 0, tree.Path("tool.log") + "\n");
+  EXPECT_EQ(Tavrix("companion .no-such").code, 1);
+  tree.File("d/x.c");
+  Expect("walk \"" + tree.Path() + "\" *.c", 0, "5\n  1 d\n6\n5\n  5\n    2 x.c\n  6\n6\n");
+}
+
 TEST(Tool, TellsTheTime) {
   Result stamp = Tavrix("stamp");
   EXPECT_EQ(stamp.code, 0);

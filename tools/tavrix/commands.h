@@ -7,6 +7,7 @@
 #include <string>
 
 void AddConsoleCommands(CLI::App& app, int& result);  // colors, progress, expand
+void AddFileCommands(CLI::App& app, int& result);     // edit, append, companion, walk
 void AddListCommand(CLI::App& app, int& result);      // list
 void AddStringCommands(CLI::App& app, int& result);   // compare, span, cspan, length
 void AddSystemCommands(CLI::App& app, int& result);   // run, open, error

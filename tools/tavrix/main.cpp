@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int result = 0;
     AddConsoleCommands(app, result);
+    AddFileCommands(app, result);
     AddListCommand(app, result);
     AddStringCommands(app, result);
     AddSystemCommands(app, result);

@@ -1,0 +1,22 @@
+// Companion files: the .ini and .log of a program.
+#pragma once
+
+#include <cstdint>
+
+#include "quern/cfile/object.h"
+
+namespace quern {
+
+// Opens the companion of `baseName` (null: the running program), which is that path with the
+// extension in the place of everything from its last dot on, be it one of a directory, on purpose.
+// A null extension is ".ini" with FO_SEP_SECTION in the flags, else ".log" with FO_SEP_BLOCK.
+//
+// It is searched for in its own directory, when the path has one, then in the current one, then in
+// those of %path%, and opened as FileOpen does, in a new object; when it is nowhere, by its bare
+// name. Searching is FileList's: an enumeration that runs is disturbed.
+//
+// Returns the object; null after raising 1 (no extension, or no path of the program), 2 (an empty
+// base name, or a path of 260 bytes and more), or what FileOpen raises.
+FileObject* FileOpenBeside(const char* baseName, const char* extension, uint32_t flags);
+
+}  // namespace quern

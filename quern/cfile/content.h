@@ -1,0 +1,55 @@
+// Editing the contents of the current file.
+//
+// A position is an address in the mapped data or, in a stream, an offset: pView + offset says
+// either. A file is edited up to nMaxSize; what goes beyond is cut, after the last separator of
+// records that the open flags name (FO_SEP_MASK), in a way of its own that is kept on purpose (see
+// FileReplace).
+//
+// Streams are resized only with FO_STREAMED.
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+
+#include "quern/cfile/object.h"
+
+namespace quern {
+
+// Changes nSize by `delta`, and grows the mapping as needed. A file with FO_KEEP_NAME that was
+// opened for reading is opened again for writing. Returns 0, or minus ErrLast after raising 1
+// (beyond nMaxSize), 2 (not opened again), 3 (nGrow is 0) or 4 (not mapped).
+int32_t FileResize(int32_t delta);
+
+// Told of every change of size of a file with a scanner, when nSize has changed. Installed by the
+// scanner module.
+extern void (*FileResizedHook)(FileObject* file);
+
+// Replaces `length` bytes at `pos` by `newLength` bytes, which must not be the file's own. Returns
+// by how much the data grew; 0 also after raising 1 (outside the data), 2 (the file's own bytes), 3
+// (no such place in the stream), 4 (no memory), 5 or 6 (not resized, or not writable; of an edit
+// within the limit or at it).
+//
+// A stream gets the new bytes and then as many bytes behind them as stand in front of the end of
+// the old range, on purpose: what follows, filled up with zeros or cut.
+//
+// An edit that would pass nMaxSize makes the data that large, with the new bytes cut, and then
+// smaller again by the offset of the last separator within the last bytes of the data, as many as
+// are new or were kept behind them, whichever are fewer: of a '[' that offset less 1, of an empty
+// line ("\r\n\r\n") or a line end ("\r\n") itself; of none nothing.
+int32_t FileReplace(char* pos, uint32_t length, const void* newBytes, uint32_t newLength);
+
+// Replaces `length` bytes at `pos` by a formatted text, as FileReplace does. When `format` is
+// kFileArgList, the arguments are a format and a pointer to a va_list.
+int32_t FileVPrintf(char* pos, uint32_t length, const char* format, ...);
+inline const char* const kFileArgList = reinterpret_cast<const char*>(~uintptr_t{0});
+
+// Inserts a formatted text.
+int32_t FilePrintf(char* pos, const char* format, ...);
+
+// Appends a formatted text.
+int32_t FileAppendf(const char* format, ...);
+
+// What the three do, with a prepared argument list.
+int32_t FileFormatList(char* pos, uint32_t length, const char* format, va_list arguments);
+
+}  // namespace quern

@@ -1,7 +1,0 @@
-#include "quern/cfile/object.h"
-
-namespace quern {
-
-FileObject* CurrentFile;
-
-}  // namespace quern

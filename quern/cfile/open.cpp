@@ -1,0 +1,280 @@
+#include "quern/cfile/open.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "quern/cerr.h"
+#include "quern/cfile/map.h"
+#include "quern/cfile/name.h"
+#include "quern/cobj.h"
+#include "quern/csys.h"
+
+namespace quern {
+
+FileObject* CurrentFile;
+
+namespace {
+
+constexpr char kModule[] = "cfile";
+
+constexpr uint32_t kNoBackup = 24;  // messages
+constexpr uint32_t kIllegalMode = 29;
+constexpr uint32_t kOpenFailed = 31;
+
+constexpr uint32_t kKinds = 8;
+
+// What an access value means.
+struct Mode {
+  uint32_t access;
+  uint32_t kind;  // of a mapped file: its part of the error code
+  DWORD rights;   // GENERIC_
+  DWORD sharing;  // FILE_SHARE_
+  DWORD disposition;
+  uint32_t streamKind;
+  const char* stream;  // mode of the runtime; null: not for streams
+};
+constexpr DWORD kBoth = GENERIC_READ | GENERIC_WRITE;
+const Mode kModes[] = {
+    {1, 1, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, 1, "rb"},
+    {2, 6, kBoth, FILE_SHARE_READ, OPEN_EXISTING, 2, "r+b"},
+    {16, 4, kBoth, FILE_SHARE_READ, CREATE_NEW, 4, "wb"},
+    {18, 7, kBoth, FILE_SHARE_READ, OPEN_ALWAYS, 6, "a+b"},
+    {32, 3, kBoth, FILE_SHARE_READ, CREATE_ALWAYS, 3, "wb"},
+    {64, 5, kBoth, FILE_SHARE_READ, TRUNCATE_EXISTING, 5, "r+b"},
+};
+
+// Null when there is no such access value.
+const Mode* ModeOf(uint32_t flags) {
+  uint32_t access = flags & FO_ACCESS;
+  if (access == FO_KEEP_NAME) access = FO_READ;
+  if (access == (FO_KEEP_NAME | FO_READ)) access = FO_READ;
+  if (access == (FO_KEEP_NAME | FO_WRITE)) access = FO_WRITE;
+  for (const Mode& mode : kModes)
+    if (mode.access == access) return &mode;
+  return nullptr;
+}
+
+// Kinds 1 and 2 count as reading, also the stream that could write.
+uint32_t AccessFlag(uint32_t kind) { return kind <= 2 ? FO_READ : FO_WRITE; }
+
+bool OpenMapped(FileObject* file, const char* name, uint32_t flags) {
+  const Mode* mode = ModeOf(flags);
+  if (!mode) return ErrRaiseText(kModule, 187, ERR_LIBRARY | 0x13, kIllegalMode), false;
+  HANDLE handle = CreateFileA(name, mode->rights, mode->sharing, nullptr, mode->disposition,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    ErrRaiseText(kModule, 193, ERR_SYSTEM | (mode->kind + 10), kOpenFailed, name);
+    return false;
+  }
+  if (file->hFile) CloseHandle(file->hFile);
+  file->hFile = handle;
+  file->nSize = GetFileSize(handle, nullptr);
+  file->nOpenSize = file->nSize;
+  file->fFlags = flags | AccessFlag(mode->kind);
+  return true;
+}
+
+bool OpenStreamed(FileObject* file, const char* name, uint32_t flags) {
+  const Mode* mode = ModeOf(flags);
+  if (!mode) return ErrRaiseText(kModule, 203, ERR_LIBRARY | 0x1D, kIllegalMode), false;
+  if (mode->access == FO_CREATE_NEW) {
+    if (FILE* there = OpenStream(name, "rb")) {
+      ErrRaise(kModule, 208, 24);
+      fclose(there);
+      return false;
+    }
+  }
+  FILE* stream = OpenStream(name, mode->stream);
+  if (!stream) {
+    ErrRaiseText(kModule, 214, mode->streamKind + 20, kOpenFailed, name);
+    return false;
+  }
+  long end = fseek(stream, 0, SEEK_END) == 0 ? ftell(stream) : -1;
+  if (end < 0) {
+    ErrRaise(kModule, 218, 20);
+    fclose(stream);
+    return false;
+  }
+  if (file->pStream) fclose(file->pStream);
+  file->pStream = stream;
+  file->nStreamAux = 0;
+  file->nSize = static_cast<uint32_t>(end);
+  file->nOpenSize = file->nSize;
+  file->fFlags = flags | AccessFlag(mode->streamKind);
+  return true;
+}
+
+// Copies the file of the name record into the temporary folder. False after raising 3.
+bool BackUp(FileObject* file) {
+  // The folder, and behind it a full path.
+  char* path = static_cast<char*>(malloc(2 * MAX_PATH));
+  if (!path) return ErrRaise(kModule, 150, 3), false;
+  *path = '\0';
+  if (GetTempPathA(MAX_PATH, path) >= MAX_PATH) *path = '\0';
+  char name[MAX_PATH];
+  if (GetTempFileNameA(path, "", 0, name) != 0) strcat(path, name);
+  if (!*path) {
+    free(path);
+    ErrRaiseText(kModule, 158, ERR_LIBRARY | 5, kNoBackup);
+    return true;
+  }
+  free(file->pszBackup);
+  file->pszBackup = path;
+  if (!CopyFileA(file->pName->szFull, path, FALSE))
+    ErrRaiseText(kModule, 163, ERR_LIBRARY | 4, kNoBackup);
+  return true;
+}
+
+FileNameRec* NameRecord(FileObject* file) {
+  if (!file->pName) file->pName = static_cast<FileNameRec*>(calloc(1, sizeof(FileNameRec)));
+  return file->pName;
+}
+
+uint32_t GrowthOf(uint32_t flags, uint32_t size) {
+  switch (flags & FO_GROW_MASK) {
+    case 0x10000:
+      return 0;
+    case 0x20000:
+      return 10'000;
+    case 0x30000:
+      return 100'000;
+    case 0x40000:
+      return 1'000'000;
+    case 0x50000:
+      return 5'000'000;
+    case 0x70000:
+      return 10'000'000;
+    case 0x80000:
+      return static_cast<uint32_t>(size * 0.1);
+    case 0x90000:
+      return static_cast<uint32_t>(size * 0.3);
+    case 0xA0000:
+      return static_cast<uint32_t>(size * 0.5);
+    case 0xB0000:
+      return size;
+    default:
+      return SysPageSize;
+  }
+}
+
+bool IsLinked(const void* object) {
+  const InstanceHeader* at = ClassLists[kFileClass];
+  while (at && at != object) at = at->pNext;
+  return at != nullptr;
+}
+
+void CloseHandles(FileObject* file) {
+  if (file->hFile) CloseHandle(file->hFile);
+  if (file->pStream) fclose(file->pStream);
+  free(file->pszBackup);
+  free(file->pName);
+}
+
+void SetEnd(FileObject* file) {
+  if (!(file->fFlags & FO_MAPPED)) {
+    if (!file->pStream || fseek(file->pStream, static_cast<long>(file->nSize), SEEK_SET) != 0)
+      ErrRaise(kModule, 271, 4);
+    return;
+  }
+  SetLastError(ERROR_SUCCESS);
+  SetFilePointer(file->hFile, static_cast<LONG>(file->nSize), nullptr, FILE_BEGIN);
+  if (GetLastError() != ERROR_SUCCESS) ErrRaise(kModule, 264, ERR_SYSTEM | 2);
+  if (!SetEndOfFile(file->hFile)) ErrRaise(kModule, 266, ERR_SYSTEM | 3);
+}
+
+}  // namespace
+
+FileObject* FileSelect(void* object) {
+  // An instance that is linked need not be probed.
+  if (object && IsLinked(object)) {
+    ClsNew = 0;
+    return CurrentFile = static_cast<FileObject*>(object);
+  }
+  auto* made = static_cast<FileObject*>(
+      ClsAttach(kFileTag, object, kFileClass, sizeof(FileObject), FileClass));
+  if (!made) return ErrRaise(kModule, 102, 1000), nullptr;
+  return CurrentFile = made;
+}
+
+FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
+  if (flags == FO_EXISTS) {
+    FILE* stream = name ? OpenStream(name, "rb") : nullptr;
+    if (!stream) return nullptr;
+    fclose(stream);
+    static FileObject exists;  // any address will do
+    return &exists;
+  }
+  if (name) {
+    ErrLast = 0;
+    if (!FileSelect(object)) return ErrRaise(kModule, 131, 1), nullptr;
+    // Without these flags an old record stays as it is, for an open that asks for one again.
+    if (flags & (FO_KEEP_NAME | FO_NAME | FO_BACKUP)) {
+      if (FileSplitPath(name, NameRecord(CurrentFile)) != 0)
+        return ErrRaise(kModule, 139, 2), nullptr;
+    }
+    if ((flags & FO_BACKUP) && !BackUp(CurrentFile)) return nullptr;
+  } else {
+    if (!CurrentFile) return ErrRaise(kModule, 170, 6), nullptr;
+    if (!CurrentFile->pName) return ErrRaise(kModule, 171, 7), nullptr;
+    name = CurrentFile->pName->szFull;
+    if (CurrentFile->hFile) CloseHandle(CurrentFile->hFile);
+    CurrentFile->hFile = nullptr;
+  }
+  FileObject* file = CurrentFile;
+  if (!(flags & FO_MAPPED ? OpenMapped : OpenStreamed)(file, name, flags)) return nullptr;
+  if ((flags & FO_STAT) && FileStat(name, NameRecord(file)) != 0)
+    return ErrRaise(kModule, 228, 3), nullptr;
+  uint32_t mapSize = file->nSize;
+  if (file->fFlags & (FO_WRITE | FO_KEEP_NAME)) {
+    if (file->nGrow == 0) file->nGrow = GrowthOf(file->fFlags, file->nSize);
+    if (mapSize == 0) mapSize = file->nGrow;
+    if (file->nMaxSize == 0) file->nMaxSize = kLargestFile;
+  }
+  if (flags & FO_MAPPED) {
+    if (FileMap(mapSize) != 0) return ErrRaise(kModule, 241, 7), nullptr;
+    bool room = file->nMapped > file->nSize && (file->fFlags & FO_WRITE);
+    if ((flags & FO_ZERO_END) && room) file->pView[file->nSize] = '\0';
+  }
+  return CurrentFile;
+}
+
+uint32_t FileClass(uintptr_t argument) {
+  if (argument == kCollectRequest) return ClsGarbage(kFileTag);
+  if (argument) CurrentFile = reinterpret_cast<FileObject*>(argument);
+  FileObject* file = CurrentFile;
+  if (!file) return 0;
+  if (file->hMap) FileMap(0);
+  if (file->fFlags & FO_WRITE) SetEnd(file);
+  CloseHandles(file);
+  if (FileScanner* scanner = file->pScanner) {
+    scanner->pFile = nullptr;
+    if (scanner->header.proc) scanner->header.proc(reinterpret_cast<uintptr_t>(scanner));
+    CurrentFile = file;
+  }
+  ClsDetach(kFileTag, &CurrentFile);
+  return 0;
+}
+
+int32_t FileRevert() {
+  FileObject* file = CurrentFile;
+  if (!file) return ErrRaise(kModule, 301, 1);
+  file->nReverted = 1;
+  if (file->pView) FileMap(0);
+  SetFilePointer(file->hFile, static_cast<LONG>(file->nOpenSize), nullptr, FILE_BEGIN);
+  SetEndOfFile(file->hFile);
+  if (file->hFile) CloseHandle(file->hFile);
+  file->hFile = nullptr;
+  bool put = true;
+  DWORD reason = ERROR_SUCCESS;
+  if (file->pszBackup) {
+    put = CopyFileA(file->pszBackup, file->pName->szFull, FALSE) && DeleteFileA(file->pszBackup);
+    reason = GetLastError();
+  }
+  FileClass(reinterpret_cast<uintptr_t>(file));
+  if (put) return 0;
+  SetLastError(reason);
+  return ErrRaise(kModule, 318, ERR_SYSTEM | 2);
+}
+
+}  // namespace quern

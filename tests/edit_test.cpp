@@ -1,0 +1,177 @@
+// Replacing bytes of a block, at once and deferred, against a plain model.
+
+#include "quern/cmem/edit.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "quern/cerr.h"
+#include "quern/cobj.h"
+#include "tests/support/alloc.h"
+#include "tests/support/trail.h"
+
+namespace quern {
+namespace {
+
+using tavrix_test::ClearedTrail;
+
+uint32_t Size(const std::string& text) { return static_cast<uint32_t>(text.size()); }
+
+TEST(Edit, ReplacesAtOnce) {
+  char memory[20] = "....12345678";
+  char* block = memory + 4;
+  EXPECT_EQ(MemReplace(block, 8, block, 2, "abcde", 5, 0), 3u);
+  EXPECT_STREQ(block, "abcde345678");
+  EXPECT_EQ(MemReplace(block, 11, block + 2, 9, "", 0, 0), static_cast<uint32_t>(-9));
+  EXPECT_EQ(std::string(block, 2), "ab");
+  char room[] = "12345678........";
+  EXPECT_EQ(MemReplace(room, 8, room + 2, 1, nullptr, 4, 0), 3u);
+  EXPECT_STREQ(room, "12345645678.....");  // the new room keeps what the move left there
+  EXPECT_EQ(MemReplace(block, 8, block + 9, 0, "x", 1, 0), 0u);
+  EXPECT_EQ(MemReplace(block, 8, block + 4, 5, "x", 1, 0), 0u);
+  EXPECT_EQ(MemReplace(block, 8, block - 1, 1, "x", 1, 0), 0u);
+  EXPECT_EQ(MemReplace(nullptr, 8, nullptr, 0, "x", 1, 0), 0u);
+  EXPECT_EQ(ErrLine, 217);
+  EXPECT_EQ(ClearedTrail(), "01.02.02.02");
+  EXPECT_EQ(MemReplace(block, 8, block + 8, 0, "y", 1, 0), 1u);
+}
+
+TEST(Edit, NotesAreKeptUntilTheyApply) {
+  char block[] = "0123456789..";
+  char other[] = "0123456789";
+  auto note = [&](char* at, uint32_t size, uint32_t old, const char* text) {
+    ErrLast = 0;
+    EXPECT_EQ(MemReplace(at == other ? other : block, size, at, old, text, Size(text), MEM_RECORD),
+              0u);
+    return ErrLast;
+  };
+  EXPECT_EQ(MemReplace(block, 10, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
+  EXPECT_EQ(ErrLast, 5);
+  EXPECT_EQ(MemCurrent->header.flags, INST_OWNED | INST_IMPLICIT);
+  EXPECT_EQ(note(block + 2, 10, 1, "abc"), 0);
+  EXPECT_EQ(note(block + 5, 10, 2, ""), 0);
+  EXPECT_EQ(note(block + 9, 10, 2, ""), 2);
+  EXPECT_EQ(note(block + 5, 9, 2, ""), 3);
+  EXPECT_EQ(note(other, 10, 2, ""), 3);
+  EXPECT_EQ(MemCurrent->nDelta, 0);
+  EXPECT_EQ(MemReplace(block, 9, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
+  EXPECT_EQ(ErrLast, 6);
+  EXPECT_STREQ(block, "0123456789..");
+  EXPECT_EQ(MemReplace(block, 11, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
+  EXPECT_STREQ(block, "01abc34789..");
+  EXPECT_EQ(MemCurrent->pBlock, nullptr);
+  EXPECT_EQ(ErrCurrent, nullptr);  // nothing was raised so far
+  EXPECT_EQ(MemReplace(block, 10, block, 0, nullptr, 0, 0x00100000), 0u);
+  EXPECT_EQ(ErrLine, 272);
+  EXPECT_EQ(ClearedTrail(), "09");
+}
+
+// Applying to the noted block, to another, and to one that the noted block lies in.
+TEST(Edit, RandomListsAgreeWithAModel) {
+  std::mt19937 random(3);
+  int inPlace = 0;
+  for (int round = 0; round < 20000; ++round) {
+    uint32_t size = random() % (round % 50 ? 60 : 3000);
+    std::string text(size, ' ');
+    for (char& c : text) c = static_cast<char>('a' + random() % 26);
+    // Every list has room for itself; a gap keeps what was in the destination.
+    std::string memory(16 + size * 2 + 2000, '~');
+    std::copy(text.begin(), text.end(), memory.begin() + 16);
+    char* noted = memory.data() + 16;
+    std::vector<std::string> pieces;
+    pieces.reserve(200);
+    struct Gap {
+      size_t at, length;
+    };
+    std::vector<Gap> gaps;
+    std::string wanted;
+    uint32_t read = 0;
+    bool own = random() % 4 == 0;  // some new bytes are the block's own
+    for (uint32_t count = random() % 20; count > 0; --count) {
+      uint32_t at = read + random() % (size - read + 1);
+      uint32_t old = random() % (std::min(size - at, 9u) + 1);
+      pieces.emplace_back(random() % 12, static_cast<char>('A' + random() % 26));
+      const char* bytes = pieces.back().data();
+      bool gap = random() % 5 == 0;
+      wanted += text.substr(read, at - read);
+      if (gap) {
+        bytes = nullptr;
+        gaps.push_back({wanted.size(), pieces.back().size()});
+      } else if (own && size > 20) {
+        pieces.back() = "";
+      }
+      wanted += pieces.back();
+      ErrLast = 0;
+      MemReplace(noted, size, noted + at, old, bytes, Size(pieces.back()), MEM_RECORD);
+      ASSERT_EQ(ErrLast, 0);
+      read = at + old;
+    }
+    wanted += text.substr(read);
+    if (!MemCurrent || !MemCurrent->pBlock) continue;
+    std::string elsewhere(memory.size(), '#');
+    unsigned where = random() % 3;
+    char* out = where == 0 ? noted : where == 1 ? elsewhere.data() : noted - random() % 17;
+    inPlace += where == 0;
+    std::string before(out, wanted.size());
+    for (const Gap& gap : gaps) wanted.replace(gap.at, gap.length, before, gap.at, gap.length);
+    uint32_t delta = Size(wanted) - size;
+    uint32_t room = Size(wanted) + random() % 3;
+    char behind = out[wanted.size()];
+    if (where == 2) room = std::max(room, static_cast<uint32_t>(noted - out) + 1);
+    ASSERT_EQ(MemReplace(out, room, nullptr, 0, nullptr, 0, MEM_APPLY), delta);
+    ASSERT_EQ(std::string(out, wanted.size()), wanted) << round;
+    ASSERT_EQ(out[wanted.size()], behind);
+  }
+  EXPECT_GT(inPlace, 5000);
+}
+
+TEST(Edit, UnorderedListsAndOwnBytesStayInside) {
+  std::mt19937 random(4);
+  for (int round = 0; round < 20000; ++round) {
+    std::string block(40, 'x');
+    for (int i = 0; i < 6; ++i) {
+      uint32_t at = random() % 21, old = random() % (21 - at), count = random() % 4;
+      MemReplace(block.data(), 20, block.data() + at, old, block.data() + random() % 17, count,
+                 MEM_RECORD);
+    }
+    uint32_t size = 20 + static_cast<uint32_t>(MemCurrent->nDelta);
+    if (size > 38) {
+      MemClass(0);
+      continue;
+    }
+    MemReplace(block.data(), size, nullptr, 0, nullptr, 0, MEM_APPLY);
+    ASSERT_EQ(block.substr(size), std::string(40 - size, 'x'));
+    MemClass(0);
+  }
+}
+
+TEST(Edit, EveryAllocationMayFail) {
+  char block[64] = "0123456789";
+  for (int64_t number = 1;; ++number) {
+    MemClass(0);
+    ErrClear();
+    int64_t before = tavrix_test::LiveBlocks();
+    tavrix_test::AllocationFault fault(number);
+    uint32_t noted = MemReplace(block, 10, block + 2, 1, block, 3, MEM_RECORD);
+    uint32_t delta = MemReplace(block, 20, nullptr, 0, nullptr, 0, MEM_APPLY);
+    if (!fault.Hit()) {
+      EXPECT_EQ(delta, 2u);
+      break;
+    }
+    EXPECT_EQ(delta, 0u);
+    EXPECT_TRUE(noted == 0 || noted == static_cast<uint32_t>(-1000));
+    EXPECT_NE(ErrLast, 0);
+    EXPECT_STREQ(block, "0123456789");
+    MemClass(0);
+    EXPECT_LE(tavrix_test::LiveBlocks(), before + 1);  // the error stack
+    ASSERT_LT(number, 20);
+  }
+  EXPECT_STREQ(block, "010123456789");
+}
+
+}  // namespace
+}  // namespace quern

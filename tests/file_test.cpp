@@ -1,0 +1,440 @@
+// File objects: opening and closing with every access value, the current file, the name record,
+// companions, and reverting.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "platform/win32.h"
+#include "quern/cerr.h"
+#include "quern/cfile.h"
+#include "quern/cobj.h"
+#include "tests/support/alloc.h"
+#include "tests/support/child.h"
+#include "tests/support/trail.h"
+#include "tests/support/tree.h"
+
+namespace quern {
+namespace {
+
+using tavrix_test::ClearedTrail;
+using tavrix_test::Tree;
+
+// The whole report, and an empty stack.
+std::string Report() {
+  char report[4096] = "";
+  ErrReport(report, ERR_REPORT_COMPOSE | ERR_REPORT_FULL);
+  ErrClear();
+  return report;
+}
+
+std::string Close() {
+  FileClass(0);
+  return ClearedTrail();
+}
+
+// Opens, says how it went ("ok" or the trail), and closes.
+std::string Opened(const std::string& name, uint32_t flags) {
+  FileObject* file = FileOpen(nullptr, name.c_str(), flags);
+  std::string result = file ? "ok" : ClearedTrail();
+  EXPECT_EQ(Close(), "") << name << " " << flags;
+  return result;
+}
+
+std::string Data() { return {CurrentFile->pView, CurrentFile->nSize}; }
+
+TEST(File, EveryAccessValueOpensAsItShould) {
+  Tree tree;
+  std::string there = tree.Path("there"), none = tree.Path("none");
+  struct Case {
+    uint32_t access;
+    bool existing, missing;  // whether each can be opened
+    bool writes;             // mapped, and as a stream
+    bool streamWrites;
+    size_t size;      // of an existing file afterwards, mapped
+    size_t streamed;  // and as a stream
+    const char* mappedCode;
+    const char* streamCode;
+  };
+  const Case cases[] = {
+      {1, true, false, false, false, 5, 5, "11", "21"},
+      {8, true, false, false, false, 5, 5, "11", "21"},
+      {9, true, false, false, false, 5, 5, "11", "21"},
+      {2, true, false, true, false, 5, 5, "16", "22"},
+      {10, true, false, true, false, 5, 5, "16", "22"},
+      {16, false, true, true, true, 5, 5, "14", "24"},
+      {18, true, true, true, true, 5, 5, "17", "26"},
+      {32, true, true, true, true, 0, 0, "13", "23"},
+      {64, true, false, true, true, 0, 5, "15", "25"},
+  };
+  for (const Case& test : cases) {
+    for (bool mapped : {true, false}) {
+      uint32_t flags = test.access | (mapped ? FO_MAPPED : 0);
+      std::string code = mapped ? test.mappedCode : test.streamCode;
+      for (bool exists : {true, false}) {
+        SCOPED_TRACE(std::to_string(flags) + (exists ? " existing" : " missing"));
+        tree.File("there", "12345");
+        std::filesystem::remove(none);
+        const std::string& name = exists ? there : none;
+        bool opens = exists ? test.existing : test.missing;
+        FileObject* file = FileOpen(nullptr, name.c_str(), flags);
+        EXPECT_EQ(file != nullptr, opens);
+        if (file) {
+          bool writes = mapped ? test.writes : test.streamWrites;
+          size_t size = exists ? mapped ? test.size : test.streamed : 0;
+          EXPECT_EQ(file->fFlags, flags | (writes ? FO_WRITE : FO_READ));
+          EXPECT_EQ(file->nSize, size);
+          EXPECT_EQ(file->nOpenSize, size);
+          EXPECT_EQ(file->hFile != nullptr, mapped);
+          EXPECT_EQ(file->pStream != nullptr, !mapped);
+          EXPECT_EQ(file->nMaxSize, file->fFlags & (FO_WRITE | FO_KEEP_NAME) ? 200'000'000u : 0u);
+          if (mapped && size != 0) {
+            EXPECT_EQ(Data(), "12345");
+          }
+          EXPECT_EQ(Close(), "");
+          EXPECT_EQ(std::filesystem::file_size(name), size);
+        } else {
+          EXPECT_EQ(ErrLast, atoi(code.c_str()));
+          EXPECT_EQ(ClearedTrail(), code);
+          EXPECT_EQ(Close(), "");
+        }
+      }
+    }
+  }
+  tree.File("there", "12345");
+  for (uint32_t access : {0u, 3u, 4u, 11u, 17u, 33u, 48u, 66u}) {
+    EXPECT_EQ(Opened(there, access | FO_MAPPED), "19") << access;
+    EXPECT_EQ(Opened(there, access), "29") << access;
+  }
+  EXPECT_EQ(tree.Read("there"), "12345");
+}
+
+TEST(File, FailuresCarryTheirTexts) {
+  Tree tree;
+  tree.File("there", "1");
+  std::string there = tree.Path("there");
+  EXPECT_EQ(FileOpen(nullptr, there.c_str(), FO_MAPPED), nullptr);
+  EXPECT_EQ(Report(), "Error 19 (CFILE187): Illegal file-open-mode specified");
+  FileOpen(nullptr, there.c_str(), 16);
+  EXPECT_EQ(Report(), "Error 24 (CFILE208):");
+  FileOpen(nullptr, (there + "x").c_str(), 2);
+  EXPECT_EQ(Report(), "Error 22 (CFILE214): Failed to open " + there + "x");
+  FileOpen(nullptr, there.c_str(), FO_MAPPED | 16);
+  std::string report = Report();
+  EXPECT_TRUE(report.starts_with("Error 14 (CFILE193): Failed to open " + there + " ")) << report;
+  EXPECT_TRUE(report.ends_with(" (80)")) << report;  // the system's own value
+  FileOpen(nullptr, tree.Path("no/file").c_str(), FO_MAPPED | 1);
+  report = Report();
+  EXPECT_TRUE(report.ends_with(" (03)")) << report;
+  EXPECT_EQ(FileOpen(nullptr, nullptr, FO_MAPPED | 1), nullptr);
+  EXPECT_EQ(ErrLast, 7);  // the last object is still current, without a name record
+  ClsGarbage(kFileTag);
+  EXPECT_EQ(FileOpen(nullptr, nullptr, FO_MAPPED | 1), nullptr);
+  EXPECT_EQ(ErrLast, 6);
+  uint32_t foreign[30] = {1234};
+  EXPECT_EQ(FileOpen(foreign, there.c_str(), 1), nullptr);
+  EXPECT_EQ(ClearedTrail(), "01.1000.04.06.07");
+}
+
+TEST(File, NamesAndPlacesThatCannotBeOpened) {
+  Tree tree;
+  std::filesystem::create_directory(tree.root() / "dir");
+  EXPECT_EQ(Opened(tree.Path("dir"), FO_MAPPED | 1), "11");
+  EXPECT_EQ(Opened(tree.Path("dir"), FO_MAPPED | 18), "17");
+  EXPECT_EQ(Opened(tree.Path("dir"), 1), "21");
+  EXPECT_EQ(Opened(tree.Path("none/x"), 18), "26");
+  std::string longest = tree.Path();
+  longest += Tree::Native("/") + std::string(258 - longest.size(), 'n');
+  ASSERT_EQ(longest.size(), 259u);
+  EXPECT_EQ(Opened(longest, FO_MAPPED | 18 | FO_NAME), "ok");
+  EXPECT_EQ(Opened(longest, 1 | FO_NAME), "ok");
+#ifndef _WIN32  // Wine opens them
+  for (size_t size : {260, 300}) {
+    std::string name = longest + std::string(size - 259, 'n');
+    EXPECT_EQ(Opened(name, FO_MAPPED | 18), "17");
+    EXPECT_EQ(Opened(name, 18), "26");
+    EXPECT_EQ(Opened(name, FO_MAPPED | 18 | FO_NAME), "02.02");
+  }
+#endif
+  EXPECT_EQ(Opened("", FO_MAPPED | 1), "11");
+  EXPECT_EQ(Opened("", 1), "21");
+  // A second writer is refused while the first one has the file; readers are not.
+  tree.File("there", "1");
+  std::string there = tree.Path("there");
+  FileObject* first = FileOpen(nullptr, there.c_str(), FO_MAPPED | 2);
+  EXPECT_EQ(FileOpen(nullptr, there.c_str(), FO_MAPPED | 2), nullptr);
+  std::string report = Report();
+  EXPECT_TRUE(report.ends_with(" (32)")) << report;
+  EXPECT_EQ(Close(), "");
+  FileSelect(first);
+  EXPECT_EQ(Close(), "");
+}
+
+TEST(File, ExistenceIsAskedWithoutAnObject) {
+  Tree tree;
+  tree.File("there");
+  EXPECT_NE(FileOpen(nullptr, tree.Path("there").c_str(), FO_EXISTS), nullptr);
+  EXPECT_EQ(FileOpen(nullptr, tree.Path("none").c_str(), FO_EXISTS), nullptr);
+  EXPECT_EQ(FileOpen(nullptr, tree.Path().c_str(), FO_EXISTS), nullptr);
+  EXPECT_EQ(FileOpen(nullptr, nullptr, FO_EXISTS), nullptr);
+  EXPECT_EQ(CurrentFile, nullptr);
+  EXPECT_EQ(ErrCurrent, nullptr);
+}
+
+TEST(File, GrowthIsChosenByTheFlags) {
+  Tree tree;
+  tree.File("there", std::string(1000, 'x'));
+  tree.File("nine", "123456789");
+  const struct {
+    uint32_t selector, growth;
+  } cases[] = {{0, 4096},          {0x10000, 0},          {0x20000, 10'000},
+               {0x30000, 100'000}, {0x40000, 1'000'000},  {0x50000, 5'000'000},
+               {0x60000, 4096},    {0x70000, 10'000'000}, {0x80000, 100},
+               {0x90000, 300},     {0xA0000, 500},        {0xB0000, 1000},
+               {0xC0000, 4096},    {0xF0000, 4096}};
+  for (const auto& test : cases) {
+    ASSERT_NE(FileOpen(nullptr, tree.Path("there").c_str(), FO_MAPPED | 2 | test.selector),
+              nullptr);
+    EXPECT_EQ(CurrentFile->nGrow, test.growth) << test.selector;
+    EXPECT_EQ(CurrentFile->nMapped, (1000 + test.growth + 65535) / 65536 * 65536);
+    EXPECT_EQ(Close(), "");
+  }
+  FileOpen(nullptr, tree.Path("nine").c_str(), FO_MAPPED | 2 | 0x80000);
+  EXPECT_EQ(CurrentFile->nGrow, 0u);
+  EXPECT_EQ(Close(), "");
+  // An empty file that may not grow is not mapped at all.
+  FileOpen(nullptr, tree.Path("new").c_str(), FO_MAPPED | 18 | 0x10000);
+  EXPECT_EQ(CurrentFile->pView, nullptr);
+  EXPECT_EQ(Close(), "");
+  EXPECT_EQ(Opened(tree.Path("new"), FO_MAPPED | 1), "ok");  // nor is one to be read
+  EXPECT_EQ(std::filesystem::file_size(tree.Path("there")), 1000u);
+}
+
+TEST(File, EntryPointsLeaveTheCurrentFile) {
+  Tree tree;
+  tree.File("a", "aaa");
+  tree.File("b", "bbb");
+  FileObject* a = FileOpen(nullptr, tree.Path("a").c_str(), FO_MAPPED | 2);
+  FileObject* b = FileObjOpen(nullptr, tree.Path("b").c_str(), FO_MAPPED | 2);
+  EXPECT_EQ(CurrentFile, a);
+  EXPECT_EQ(FileObjAppendf(b, "%d", 42), 2);
+  EXPECT_EQ(FileObjPrintf(b, b->pView, "<%s>", "x"), 3);
+  EXPECT_EQ(FileObjVPrintf(b, b->pView + 1, 1, "%s", "yy"), 1);
+  EXPECT_EQ(FileObjReplace(b, b->pView, 1, "[", 1), 0);
+  EXPECT_EQ(FileObjResize(b, -1), 0);
+  EXPECT_EQ(std::string(b->pView, b->nSize), "[yy>bbb4");
+  EXPECT_EQ(FileObjSelect(b), b);
+  EXPECT_EQ(CurrentFile, a);
+  uint32_t foreign[30] = {1234};
+  auto* wrong = reinterpret_cast<FileObject*>(foreign);
+  EXPECT_EQ(FileObjAppendf(wrong, "x"), 0);
+  EXPECT_EQ(FileObjResize(wrong, 1), 1000);
+  ErrClear();
+  FileObject* companion = FileObjOpenBeside(tree.Path("b.x").c_str(), "", FO_MAPPED | 1);
+  EXPECT_EQ(CurrentFile, a);
+  FileObjClose(companion);
+  FileObjClose(b);
+  EXPECT_EQ(CurrentFile, a);
+  FileObjClose(a);
+  EXPECT_EQ(CurrentFile, nullptr);
+  EXPECT_EQ(ClassLists[kFileClass], nullptr);
+  EXPECT_EQ(tree.Read("b"), "[yy>bbb4");
+  EXPECT_EQ(FileClass(kCollectRequest), 0u);
+  EXPECT_EQ(ClearedTrail(), "");
+}
+
+std::string Parts(const char* name) {
+  FileNameRec rec;
+  memset(&rec, '~', sizeof rec);
+  EXPECT_EQ(FileSplitPath(name, &rec), 0);
+  return std::string(rec.szRoot) + "|" + rec.szDir + "|" + rec.szName + "|" + rec.szBase + "|" +
+         rec.szExt;
+}
+
+TEST(File, PathsAreSplit) {
+#ifdef _WIN32
+  EXPECT_EQ(Parts("C:\\dir\\sub\\f.txt"), "C|\\dir\\sub|f.txt|f|txt");
+  EXPECT_EQ(Parts("C:\\f.txt"), "C||\\f.txt|\\f|txt");
+  EXPECT_EQ(Parts("C:\\d.x\\f"), "C|\\d.x|f|f|");
+  EXPECT_EQ(Parts("\\\\srv\\share\\d\\f.a.b"), "srv|\\share\\d|f.a.b|f.a|b");
+#else
+  EXPECT_EQ(Parts("/dir/sub/f.txt"), "|/dir/sub|f.txt|f|txt");
+  EXPECT_EQ(Parts("/f.txt"), "||/f.txt|/f|txt");
+  EXPECT_EQ(Parts("/c/dir/f.txt"), "c|dir|f.txt|f|txt");
+  EXPECT_EQ(Parts("/d.x/f"), "|/d.x|f|f|");
+  EXPECT_EQ(Parts("/dir/.profile"), "|/dir|.profile||profile");
+  EXPECT_EQ(Parts("/dir/sub/"), "|/dir/sub|||");
+  EXPECT_EQ(Parts(("/dd/" + std::string(250, 'n') + ".txt").c_str()),
+            "|/dd|" + std::string(250, 'n') + ".txt|" + std::string(250, 'n') + "|txt");
+#endif
+  FileNameRec rec;
+  EXPECT_EQ(FileSplitPath(nullptr, &rec), -1);
+  EXPECT_EQ(FileSplitPath("x", nullptr), -2);
+  EXPECT_EQ(FileSplitPath(std::string(300, 'x').c_str(), &rec), -2);
+  EXPECT_STREQ(rec.szName, "");
+  EXPECT_EQ(FileNameRefresh(), nullptr);
+  EXPECT_EQ(ClearedTrail(), "01.01.02.02.01");
+}
+
+TEST(File, NameRecordsAreFilledAndOutliveTheirFlags) {
+  Tree tree;
+  tree.File("there.txt", "12345");
+  std::string there = tree.Path("there.txt");
+  FileObject* file = FileOpen(nullptr, there.c_str(), FO_MAPPED | 1 | FO_NAME | FO_STAT);
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(file->pName->szFull, there);
+  EXPECT_STREQ(file->pName->szBase, "there");
+  EXPECT_EQ(file->pName->dwAttributes & ~0x2000u, FILE_ATTRIBUTE_ARCHIVE);
+  EXPECT_EQ(file->pName->nSizeLow, 5u);
+  EXPECT_NE(file->pName->ftLastWrite.dwHighDateTime, 0u);
+  EXPECT_EQ(FileNameRefresh(), file->pName);
+  FileNameRec* record = file->pName;
+  // Nothing fits where the view is; afterwards there is none, and the next open maps again.
+  EXPECT_EQ(FileOpen(file, there.c_str(), FO_MAPPED | 1), nullptr);
+  EXPECT_EQ(file->pName, record);
+  EXPECT_EQ(file->pView, nullptr);
+  EXPECT_EQ(ClearedTrail(), "07:02");
+  EXPECT_EQ(FileOpen(file, nullptr, FO_MAPPED | 1), file);  // by its full path
+  EXPECT_EQ(Data(), "12345");
+  EXPECT_EQ(Close(), "");
+  // A stream has no handle to ask.
+  EXPECT_EQ(Opened(there, 1 | FO_STAT), "03.03");
+}
+
+TEST(File, CompanionsAreSearchedBesideThenHereThenAlongThePath) {
+  Tree tree;
+  tree.File("app/tool.ini", "beside");
+  tree.File("here/tool.ini", "here");
+  tree.File("path/tool.ini", "path");
+  tree.File("app/v1.ini", "dot");
+  auto old = std::filesystem::current_path();
+  std::filesystem::current_path(tree.root() / "here");
+  SetEnvironmentVariableA("path", (tree.Path("none") + ";" + tree.Path("path")).c_str());
+  auto contents = [](const std::string& base, const char* extension, uint32_t flags) {
+    FileObject* file = FileOpenBeside(base.c_str(), extension, flags | FO_MAPPED | FO_READ);
+    std::string text = file ? Data() : "trail " + ClearedTrail();
+    FileClass(0);
+    return text;
+  };
+  std::string tool = tree.Path("app/tool.exe");
+  EXPECT_EQ(contents(tool, nullptr, FO_SEP_SECTION), "beside");
+  EXPECT_EQ(contents(tool, nullptr, FO_SEP_LINE), "beside");
+  EXPECT_EQ(contents(tree.Path("app/tool"), ".ini", 0), "beside");
+  EXPECT_EQ(contents(tree.Path("app/v1.2/tool"), nullptr, FO_SEP_SECTION), "dot");
+  EXPECT_EQ(contents("tool", nullptr, FO_SEP_SECTION), "here");
+  std::filesystem::remove(tree.root() / "app/tool.ini");
+  EXPECT_EQ(contents(tool, nullptr, FO_SEP_SECTION), "here");
+  std::filesystem::remove(tree.root() / "here/tool.ini");
+  EXPECT_EQ(contents(tool, nullptr, FO_SEP_SECTION), "path");
+  EXPECT_EQ(contents(tool, nullptr, FO_SEP_BLOCK), "trail 11");  // tool.log is nowhere
+  EXPECT_EQ(contents(tool, nullptr, 0), "trail 01");
+  EXPECT_EQ(contents("", ".x", 0), "trail 02");
+  EXPECT_EQ(contents(std::string(300, 'x'), ".x", 0), "trail 02");
+  EXPECT_EQ(contents(std::string(253, 'x'), ".x", 0), "trail 11");
+  EXPECT_EQ(contents(std::string(257, 'x'), ".x", 0), "trail 11.02.02");  // no pattern
+  EXPECT_EQ(contents(std::string(258, 'x'), ".x", 0), "trail 02");
+  // The running program's own.
+  EXPECT_EQ(FileOpenBeside(nullptr, ".no-such-companion", FO_MAPPED | FO_READ), nullptr);
+  std::string report = Report();
+  EXPECT_NE(report.find("Failed to open quern_tests.no-such-companion"), report.npos) << report;
+  std::filesystem::current_path(old);
+}
+
+TEST(File, RevertingCutsBackAndPutsTheBackupBack) {
+  Tree tree;
+  tree.File("there", "12345");
+  std::string there = tree.Path("there");
+  EXPECT_EQ(FileRevert(), -1);
+  ErrClear();
+  FileOpen(nullptr, there.c_str(), FO_MAPPED | 2);
+  FileAppendf("678");
+  EXPECT_EQ(FileRevert(), 0);
+  EXPECT_EQ(CurrentFile, nullptr);
+  EXPECT_EQ(ClearedTrail(), "03.02");  // the end of a file without a handle
+  EXPECT_EQ(tree.Read("there"), "12345");
+  // The backup's path names no folder here, so there is none.
+  FileObject* file = FileOpen(nullptr, there.c_str(), FO_MAPPED | 2 | FO_BACKUP);
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(ErrCurrent->nCount, 0u);  // reported
+  ASSERT_NE(file->pszBackup, nullptr);
+  std::string folder(MAX_PATH, 0);
+  folder.resize(GetTempPathA(MAX_PATH, folder.data()));
+  EXPECT_EQ(std::string(file->pszBackup).find(folder + folder), 0u) << file->pszBackup;
+  // One made by hand is put back, and used up.
+  std::string temporary = std::string(file->pszBackup).substr(folder.size());
+  EXPECT_TRUE(std::filesystem::remove(temporary));
+  tree.File("copy", "saved");
+  strcpy(file->pszBackup, tree.Path("copy").c_str());
+  file->pView[0] = '!';
+  EXPECT_EQ(FileRevert(), 0);
+  ErrClear();
+  EXPECT_EQ(tree.Read("there"), "saved");
+  EXPECT_FALSE(std::filesystem::exists(tree.Path("copy")));
+  FileOpen(nullptr, there.c_str(), FO_MAPPED | 2 | FO_BACKUP);
+  std::filesystem::remove(std::string(CurrentFile->pszBackup).substr(folder.size()));
+  EXPECT_EQ(FileRevert(), -2);
+  ErrClear();
+}
+
+// What a file tells its scanner of: its end, and changes of its size.
+TEST(File, ScannersAreToldAndDeleted) {
+  Tree tree;
+  static int deleted, resized;
+  FileOpen(nullptr, tree.Path("new").c_str(), FO_MAPPED | 18);
+  FileScanner scanner = {};
+  scanner.header.proc = [](uintptr_t argument) {
+    EXPECT_EQ(reinterpret_cast<FileScanner*>(argument)->pFile, nullptr);
+    CurrentFile = nullptr;
+    return static_cast<uint32_t>(++deleted);
+  };
+  scanner.pFile = CurrentFile;
+  CurrentFile->pScanner = &scanner;
+  FileResizedHook = [](FileObject* file) { resized = static_cast<int>(file->nSize); };
+  FileAppendf("1234");
+  EXPECT_EQ(resized, 4);
+  EXPECT_EQ(Close(), "");
+  EXPECT_EQ(deleted, 1);
+  EXPECT_EQ(ClassLists[kFileClass], nullptr);
+}
+
+#ifndef _WIN32
+
+// A failed reserve ends the process, so each attempt is made in a child.
+TEST(File, EveryAllocationMayFail) {
+  Tree tree;
+  std::string there = tree.Path("there");
+  ErrRaise("test", 1, 1);
+  ErrClear();
+  for (bool mapped : {true, false}) {
+    for (int64_t number = 1;; ++number) {
+      tree.File("there", "12345");
+      constexpr int kFailed = 100, kDone = 101;
+      int code = tavrix_test::InChild([&] {
+        tavrix_test::AllocationFault fault(number);
+        FileObject* file =
+            FileOpen(nullptr, there.c_str(), 2 | FO_NAME | (mapped ? FO_MAPPED : FO_STREAMED));
+        bool failed = !file || FileReplace(file->pView + 1, 1, "abc", 3) != 2;
+        FileClass(0);
+        ErrClear();
+        return !fault.Hit() ? kDone : failed ? kFailed : 0;
+      });
+      EXPECT_TRUE(code == 0 || code == kDone || code == kFailed || code == 15 || code == 16)
+          << code;
+      std::string text = tree.Read("there");
+      if (mapped) {
+        EXPECT_EQ(text.substr(0, 7), code == 0 || code == kDone ? "1abc345" : "12345");
+      }
+      if (code == kDone) break;
+      ASSERT_LT(number, 60);
+    }
+  }
+}
+
+#endif
+
+}  // namespace
+}  // namespace quern
