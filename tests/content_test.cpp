@@ -18,6 +18,7 @@
 #include "quern/cfile/map.h"
 #include "quern/cfile/open.h"
 #include "quern/csys.h"
+#include "tests/support/call.h"
 #include "tests/support/child.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"
@@ -373,6 +374,42 @@ TEST(Content, AFullDiskCostsNothing) {
   });
   EXPECT_EQ(code, 0);
   EXPECT_EQ(tree.Read("f"), "12345678");
+}
+
+// Every system call on the way may fail: no signal, and what was there before stays. Some failures
+// of the reserve end the process, as their message says.
+TEST(Content, EverySystemCallMayFail) {
+  Tree tree;
+  std::string old(70'000, 'o');
+  for (bool revert : {false, true}) {
+    for (int64_t number = 1;; ++number) {
+      tree.File("f", old);
+      constexpr int kDone = 100;
+      int code = tavrix_test::InChild([&] {
+        tavrix_test::CallFault fault(number);
+        FileObject* file = FileOpen(nullptr, tree.Path("f").c_str(), FO_MAPPED | 2 | FO_NAME);
+        if (file && file->nSize == old.size()) {
+          std::string more(100'000, 'm');
+          FileReplace(file->pView + old.size(), 0, more.data(), 100'000);
+          FileAppendf("end");
+          if (file->pView) FileReplace(file->pView + file->nSize - 2, 1, "N", 1);
+        }
+        revert ? FileRevert() : static_cast<int32_t>(FileClass(0));
+        if (ErrCurrent) ErrClear();
+        return fault.Hit() ? 0 : kDone;
+      });
+      EXPECT_TRUE(code == 0 || code == kDone || code == 3 || code == 4 || code == 15 || code == 16)
+          << number << " " << code;
+      std::string text = tree.Read("f");
+      ASSERT_TRUE(text.starts_with(old)) << number << " " << text.size();
+      if (code == kDone) {
+        EXPECT_EQ(text.size(), revert ? old.size() : old.size() + 100'003);
+        EXPECT_GT(number, 10);
+        break;
+      }
+      ASSERT_LT(number, 200);
+    }
+  }
 }
 
 // A writer that is killed leaves a file with what it had, and possibly zeros behind it.

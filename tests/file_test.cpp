@@ -162,6 +162,17 @@ TEST(File, NamesAndPlacesThatCannotBeOpened) {
 #endif
   EXPECT_EQ(Opened("", FO_MAPPED | 1), "11");
   EXPECT_EQ(Opened("", 1), "21");
+  // What 32 bits cannot tell is not opened: closing would cut it.
+  tree.File("huge", "1");
+  std::filesystem::resize_file(tree.Path("huge"), (uint64_t{1} << 32) + 10);
+  EXPECT_EQ(Opened(tree.Path("huge"), FO_MAPPED | 2), "16");
+  EXPECT_EQ(Opened(tree.Path("huge"), FO_MAPPED | 1), "11");
+  std::filesystem::resize_file(tree.Path("huge"), uint64_t{3} << 30);
+  EXPECT_EQ(FileOpen(nullptr, tree.Path("huge").c_str(), FO_MAPPED | 2), nullptr);
+  ErrClear();
+  FileClass(0);
+  ErrClear();
+  EXPECT_EQ(std::filesystem::file_size(tree.Path("huge")), uint64_t{3} << 30);
   // A second writer is refused while the first one has the file; readers are not.
   tree.File("there", "1");
   std::string there = tree.Path("there");

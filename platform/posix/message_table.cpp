@@ -199,6 +199,7 @@ constexpr SystemMessage MessageTable[] = {
     {214, "Too many dynamic-link modules are attached to this program or dynamic-link module."},
     {215, "Cannot nest calls to LoadModule."},
     {216, nullptr},
+    {223, "The file size exceeds the limit allowed and cannot be saved."},
     {230, "The pipe state is invalid."},
     {231, "All pipe instances are busy."},
     {232, "The pipe is being closed."},

@@ -58,19 +58,34 @@ const Mode* ModeOf(uint32_t flags) {
 // Kinds 1 and 2 count as reading, also the stream that could write.
 uint32_t AccessFlag(uint32_t kind) { return kind <= 2 ? FO_READ : FO_WRITE; }
 
+// The size of a file that was opened. A file whose size cannot be told, or takes more than 32 bits,
+// is closed again: closing it later would cut it.
+bool SizeOf(HANDLE handle, uint32_t* size) {
+  DWORD high = 0;
+  SetLastError(ERROR_SUCCESS);
+  *size = GetFileSize(handle, &high);
+  if (high != 0) SetLastError(ERROR_FILE_TOO_LARGE);
+  DWORD reason = GetLastError();
+  if (high == 0 && reason == ERROR_SUCCESS) return true;
+  CloseHandle(handle);
+  SetLastError(reason);
+  return false;
+}
+
 bool OpenMapped(FileObject* file, const char* name, uint32_t flags) {
   const Mode* mode = ModeOf(flags);
   if (!mode) return ErrRaiseText(kModule, 187, ERR_LIBRARY | 0x13, kIllegalMode), false;
   HANDLE handle = CreateFileA(name, mode->rights, mode->sharing, nullptr, mode->disposition,
                               FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) {
+  uint32_t size = 0;
+  if (handle == INVALID_HANDLE_VALUE || !SizeOf(handle, &size)) {
     ErrRaiseText(kModule, 193, ERR_SYSTEM | (mode->kind + 10), kOpenFailed, name);
     return false;
   }
   if (file->hFile) CloseHandle(file->hFile);
   file->hFile = handle;
-  file->nSize = GetFileSize(handle, nullptr);
-  file->nOpenSize = file->nSize;
+  file->nSize = size;
+  file->nOpenSize = size;
   file->fFlags = flags | AccessFlag(mode->kind);
   return true;
 }
@@ -171,16 +186,26 @@ void CloseHandles(FileObject* file) {
   free(file->pName);
 }
 
+// Cuts the file to a size. Where the position is not reached nothing is cut.
+bool Cut(HANDLE file, uint32_t size, DWORD* seekError) {
+  SetLastError(ERROR_SUCCESS);
+  SetFilePointer(file, static_cast<LONG>(size), nullptr, FILE_BEGIN);
+  *seekError = GetLastError();
+  return *seekError == ERROR_SUCCESS && SetEndOfFile(file);
+}
+
 void SetEnd(FileObject* file) {
   if (!(file->fFlags & FO_MAPPED)) {
     if (!file->pStream || fseek(file->pStream, static_cast<long>(file->nSize), SEEK_SET) != 0)
       ErrRaise(kModule, 271, 4);
     return;
   }
-  SetLastError(ERROR_SUCCESS);
-  SetFilePointer(file->hFile, static_cast<LONG>(file->nSize), nullptr, FILE_BEGIN);
-  if (GetLastError() != ERROR_SUCCESS) ErrRaise(kModule, 264, ERR_SYSTEM | 2);
-  if (!SetEndOfFile(file->hFile)) ErrRaise(kModule, 266, ERR_SYSTEM | 3);
+  DWORD seekError;
+  bool done = Cut(file->hFile, file->nSize, &seekError);
+  DWORD reason = GetLastError();
+  if (seekError != ERROR_SUCCESS) ErrRaise(kModule, 264, ERR_SYSTEM | 2);
+  SetLastError(reason);
+  if (!done) ErrRaise(kModule, 266, ERR_SYSTEM | 3);
 }
 
 }  // namespace
@@ -261,8 +286,8 @@ int32_t FileRevert() {
   if (!file) return ErrRaise(kModule, 301, 1);
   file->nReverted = 1;
   if (file->pView) FileMap(0);
-  SetFilePointer(file->hFile, static_cast<LONG>(file->nOpenSize), nullptr, FILE_BEGIN);
-  SetEndOfFile(file->hFile);
+  DWORD ignored;
+  Cut(file->hFile, file->nOpenSize, &ignored);
   if (file->hFile) CloseHandle(file->hFile);
   file->hFile = nullptr;
   bool put = true;
