@@ -317,6 +317,41 @@ TEST(Content, EditsThatAreRefused) {
   EXPECT_EQ(Close(), "");
 }
 
+// Objects in states that only odd calls lead to.
+TEST(Content, OddStatesStayInside) {
+  Tree tree;
+  tree.File("a", std::string(1000, 'a'));
+  tree.File("b");
+  FileObject* file = Open(tree, "a", FO_MAPPED | 2 | 0x10000);
+  FileOpen(file, tree.Path("b").c_str(), FO_MAPPED | 2 | FO_ZERO_END | 0x10000);
+  EXPECT_EQ(file->pView, nullptr);
+  FileClass(0);
+  ErrClear();
+  // A size beyond what is mapped: the search for a separator ends with the mapped bytes.
+  tree.File("d", std::string(1000, 'd'));
+  file = Open(tree, "d", FO_MAPPED | 2 | FO_STREAMED | FO_SEP_LINE);
+  file->nMaxSize = 1'000'000;
+  EXPECT_EQ(FileResize(998'990), 0);
+  std::string more(100, '\n');
+  EXPECT_EQ(FileReplace(file->pView, 0, more.data(), 100), 0);
+  EXPECT_EQ(ClearedTrail(), "06");
+  FileClass(0);
+  ErrClear();
+  // A view that has shrunk: what is not mapped cannot be moved.
+  tree.File("c", std::string(100'000, 'c'));
+  file = Open(tree, "c", FO_MAPPED | 2);
+  EXPECT_EQ(FileMap(1), 0);
+  EXPECT_EQ(FileReplace(file->pView, 60'000, nullptr, 0), 0);
+  EXPECT_EQ(ClearedTrail(), "05");
+  FileClass(0);
+  ErrClear();
+  FileClass(reinterpret_cast<uintptr_t>(file));  // closed before
+  EXPECT_EQ(ClearedTrail(), "");
+  file = Open(tree, "b", 64 | FO_STREAMED);
+  EXPECT_EQ(FileReplace(nullptr, 0, nullptr, 5), 5);
+  EXPECT_EQ(Close(), "");
+}
+
 TEST(Content, StreamsHaveTheirRuledTail) {
   Tree tree;
   tree.File("f", "0123456789");

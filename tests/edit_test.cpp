@@ -149,6 +149,23 @@ TEST(Edit, UnorderedListsAndOwnBytesStayInside) {
   }
 }
 
+TEST(Edit, TheirTrueSizeCounts) {
+  char block[] = "01234567";
+  MemBuf buf = {16, 0, 0, nullptr};
+  MemBufSet(&buf, "x", 1);
+  MemReplace(block, 8, block + 4, 0, nullptr, 4000, MEM_RECORD);
+  MemBufReplace(&buf, "zz", 2, nullptr, 0, 0);  // reports over the sum of the notes
+  EXPECT_EQ(MemReplace(block, 8, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
+  EXPECT_EQ(ErrLast, 6);
+  MemClass(0);
+  for (int i : {2, 4}) MemReplace(block, 8, block + i, 0, nullptr, 0x80000000, MEM_RECORD);
+  EXPECT_EQ(MemCurrent->nDelta, 0);
+  EXPECT_EQ(MemReplace(block, 8, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
+  EXPECT_EQ(ErrLast, 6);
+  EXPECT_STREQ(block, "01234567");
+  MemBufFree(&buf);
+}
+
 TEST(Edit, EveryAllocationMayFail) {
   char block[64] = "0123456789";
   for (int64_t number = 1;; ++number) {

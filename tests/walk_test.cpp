@@ -43,6 +43,9 @@ TEST(Walk, OneLevelOfFiles) {
   EXPECT_EQ(Walked(tree, ""), "5 6 ");
   EXPECT_EQ(Walked(tree, nullptr, FileWalkB), "5 6 ");
   EXPECT_EQ(Walked(tree, "*", FileWalkB), "5 2:a.txt 2:b.c 6 ");
+  char path[300];
+  strcpy(path, tree.Path().c_str());
+  EXPECT_EQ(FileWalk(path, "*", nullptr), 0);
   EXPECT_EQ(FileWalk(nullptr, "*", Note), -1);
   EXPECT_EQ(FileWalkB(nullptr, "*", Note), -1);
   tavrix_test::ClearedTrail();

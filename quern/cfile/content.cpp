@@ -46,22 +46,27 @@ bool ReadTail(FileObject* file, uint32_t pos, uint32_t length, Tail* tail) {
   tail->room = std::max(tail->start, behind);
   tail->bytes = static_cast<char*>(calloc(1, std::max(tail->room, 1u)));
   if (!tail->bytes) return ErrRaise(kModule, 806, 4), false;
-  behind = static_cast<uint32_t>(fread(tail->bytes, 1, behind, file->pStream));
+  if (fread(tail->bytes, 1, behind, file->pStream) < behind) clearerr(file->pStream);
   Seek(file, pos);
   return true;
 }
 
 void WriteTail(FileObject* file, const void* newBytes, uint32_t newLength, const Tail& tail) {
-  fwrite(newBytes, 1, newLength, file->pStream);
+  if (newBytes) {
+    fwrite(newBytes, 1, newLength, file->pStream);
+  } else {
+    fseek(file->pStream, static_cast<long>(newLength), SEEK_CUR);  // what stands there stays
+  }
   fwrite(tail.bytes, 1, tail.start, file->pStream);
   fseek(file->pStream, tail.position, SEEK_SET);
 }
 
-// Moves the bytes behind the old range, as far as there is memory for them, and puts the new ones
-// in.
+// Moves the bytes behind the old range, cutting what would go beyond the mapped ones, and puts the
+// new ones in. ErrLast is set when the data are not all mapped, or not for writing.
 void EditView(FileObject* file, uint32_t size, char* pos, uint32_t length, const void* newBytes,
               uint32_t newLength) {
-  if (!(file->fFlags & FO_WRITE)) {
+  if ((length | newLength) == 0) return;
+  if (!(file->fFlags & FO_WRITE) || size > file->nMapped) {
     ErrLast = 2;
     return;
   }
@@ -97,7 +102,7 @@ uint32_t CutOf(const FileObject* file, const char* region, uint32_t kept, uint32
 void EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBytes,
                  uint32_t newLength, const Tail& tail) {
   FileResize(static_cast<int32_t>(file->nMaxSize - file->nSize));
-  if (ErrLast != 0) return;
+  if (ErrLast != 0 && !tail.bytes) return;
   auto offset = static_cast<uint32_t>(pos - file->pView);
   newLength = std::min(newLength, file->nMaxSize - std::min(offset, file->nMaxSize));
   if (tail.bytes) {
@@ -114,8 +119,9 @@ void EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBy
     region = tail.bytes + tail.start - kept;
     readable = tail.room - tail.start + kept;
   } else {
-    region = file->pView + file->nSize - kept;
-    readable = file->nMapped - file->nSize + kept;
+    uint32_t start = file->nSize - kept;
+    region = file->pView + start;
+    readable = file->nMapped > start ? file->nMapped - start : 0;
   }
   if (uint32_t cut = CutOf(file, region, kept, readable)) FileResize(-static_cast<int32_t>(cut));
 }
@@ -197,8 +203,8 @@ int32_t FileFormatList(char* pos, uint32_t length, const char* format, va_list a
     if (text) vsnprintf(text, static_cast<size_t>(size) + 1, format, again);
   }
   va_end(again);
-  if (!text) return ErrRaise(kModule, 872, 4), 0;
-  int32_t change = FileReplace(pos, length, text, static_cast<uint32_t>(std::max(size, 0)));
+  if (!text || size < 0) return ErrRaise(kModule, 872, 4), 0;
+  int32_t change = FileReplace(pos, length, text, static_cast<uint32_t>(size));
   if (text != buffer) free(text);
   return change;
 }

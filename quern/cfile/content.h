@@ -5,7 +5,7 @@
 // records that the open flags name (FO_SEP_MASK), in a way of its own that is kept on purpose (see
 // FileReplace).
 //
-// Streams are resized only with FO_STREAMED.
+// Streams are resized with FO_STREAMED; without it, they would have to be mapped.
 #pragma once
 
 #include <cstdarg>
@@ -38,8 +38,9 @@ extern void (*FileResizedHook)(FileObject* file);
 // line ("\r\n\r\n") or a line end ("\r\n") itself; of none nothing.
 int32_t FileReplace(char* pos, uint32_t length, const void* newBytes, uint32_t newLength);
 
-// Replaces `length` bytes at `pos` by a formatted text, as FileReplace does. When `format` is
-// kFileArgList, the arguments are a format and a pointer to a va_list.
+// Replaces `length` bytes at `pos` by a formatted text, as FileReplace does; 4 is raised, too, when
+// the runtime makes no text of the format. When `format` is kFileArgList, the arguments are a
+// format and a pointer to a va_list.
 int32_t FileVPrintf(char* pos, uint32_t length, const char* format, ...);
 inline const char* const kFileArgList = reinterpret_cast<const char*>(~uintptr_t{0});
 

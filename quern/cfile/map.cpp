@@ -238,8 +238,10 @@ LONG WINAPI FileFaultFilter(void* /*unused*/, EXCEPTION_POINTERS* exception) {
   if (!file || !file->pView || file->nGrow == 0 || file->nMaxSize == 0) return 0;
   uintptr_t offset = record->ExceptionInformation[1] - reinterpret_cast<uintptr_t>(file->pView);
   if (offset > file->nMaxSize - 1) return 0;
-  // Growing makes nothing writable: the same instruction would fail for ever.
-  if ((file->fFlags & FO_READ) && offset < file->nMapped) return 0;
+  // Growing makes nothing writable: a write that the view forbids would fail for ever.
+  constexpr UINT_PTR kWrite = 1;
+  bool forbidden = (file->fFlags & FO_READ) && record->ExceptionInformation[0] == kWrite;
+  if (forbidden && offset < file->nMapped) return 0;
   uint64_t wanted = (offset + uint64_t{file->nGrow}) / file->nGrow * file->nGrow;
   if (FileMap(static_cast<uint32_t>(std::min<uint64_t>(wanted, UINT32_MAX))) == 0) return -1;
   return ErrRaise(kModule, 561, 1);

@@ -173,10 +173,11 @@ uint32_t GrowthOf(uint32_t flags, uint32_t size) {
   }
 }
 
-bool IsLinked(const void* object) {
+// Whether it is a file object. Nothing of `object` is read unless it is an instance.
+bool IsFile(const void* object) {
   const InstanceHeader* at = ClassLists[kFileClass];
   while (at && at != object) at = at->pNext;
-  return at != nullptr;
+  return at && at->tag == kFileTag;
 }
 
 void CloseHandles(FileObject* file) {
@@ -212,7 +213,7 @@ void SetEnd(FileObject* file) {
 
 FileObject* FileSelect(void* object) {
   // An instance that is linked need not be probed.
-  if (object && IsLinked(object)) {
+  if (IsFile(object)) {
     ClsNew = 0;
     return CurrentFile = static_cast<FileObject*>(object);
   }
@@ -258,7 +259,7 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
   }
   if (flags & FO_MAPPED) {
     if (FileMap(mapSize) != 0) return ErrRaise(kModule, 241, 7), nullptr;
-    bool room = file->nMapped > file->nSize && (file->fFlags & FO_WRITE);
+    bool room = file->hMap && file->nMapped > file->nSize && (file->fFlags & FO_WRITE);
     if ((flags & FO_ZERO_END) && room) file->pView[file->nSize] = '\0';
   }
   return CurrentFile;
@@ -266,10 +267,12 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
 
 uint32_t FileClass(uintptr_t argument) {
   if (argument == kCollectRequest) return ClsGarbage(kFileTag);
-  if (argument) CurrentFile = reinterpret_cast<FileObject*>(argument);
+  auto* object = reinterpret_cast<FileObject*>(argument);
+  if (object && !IsFile(object)) return 0;  // it was closed before
+  if (object) CurrentFile = object;
   FileObject* file = CurrentFile;
   if (!file) return 0;
-  if (file->hMap) FileMap(0);
+  if (file->hMap || file->hExtMap) FileMap(0);
   if (file->fFlags & FO_WRITE) SetEnd(file);
   CloseHandles(file);
   if (FileScanner* scanner = file->pScanner) {

@@ -13,7 +13,8 @@ FileObject* FileSelect(void* object);
 
 // Opens a file as a buffered stream or, with FO_MAPPED, maps it into memory, in `object` as for
 // FileSelect, and makes it the current file. A null name opens the current file again, by the full
-// path in its name record; its mapped data stay where they are.
+// path in its name record; its mapped data stay where they are. Close an object before it opens
+// another file: the first one would stay as large as it was mapped.
 //
 // Returns the object; null after raising
 //   1 no object   2 no name record   3 no memory for the backup's name, or no facts (FO_STAT)

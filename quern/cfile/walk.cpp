@@ -37,6 +37,8 @@ bool IsDirectory(const WIN32_FIND_DATAA& entry) {
          strcmp(entry.cFileName, "..") != 0;
 }
 
+uint32_t Ignore(uint32_t /*code*/, const WIN32_FIND_DATAA* /*entry*/) { return 0; }
+
 // Calls `each` with every entry of the directory that a pattern matches.
 template <typename Each>
 void Search(char* path, const char* pattern, Each each) {
@@ -64,6 +66,7 @@ void ListFiles(char* path, const char* pattern, WalkCallback callback) {
 
 int32_t FileWalk(char* path, const char* pattern, WalkCallback callback) {
   if (!path) return ErrRaise(kModule, 901, 1);
+  if (!callback) callback = Ignore;
   for (;;) {
     if (++first.depth > first.limit) return ErrRaise(kModule, 931, 2);
     callback(WALK_BEGIN, nullptr);
@@ -88,6 +91,7 @@ int32_t FileWalk(char* path, const char* pattern, WalkCallback callback) {
 
 int32_t FileWalkB(char* path, const char* pattern, WalkCallback callback) {
   if (!path) return ErrRaise(kModule, 951, 1);
+  if (!callback) callback = Ignore;
   for (;;) {
     if (++second.depth > second.limit) return ErrRaise(kModule, 978, 2);
     callback(WALK_BEGIN, nullptr);

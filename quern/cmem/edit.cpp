@@ -47,7 +47,8 @@ uint32_t Note(char* block, uint32_t length, const MemEdit& edit) {
   if (!MemBufAdd(&object->mbEdits, &edit, sizeof edit)) return ErrRaise(kModule, 231, 4), 0;
   object->pBlock = block;
   object->nBlock = length;
-  object->nDelta += static_cast<int32_t>(edit.nNew - edit.nOld);
+  object->nDelta =
+      static_cast<int32_t>(static_cast<uint32_t>(object->nDelta) + edit.nNew - edit.nOld);
   return 0;
 }
 
@@ -134,6 +135,11 @@ uint32_t Apply(char* block, uint32_t length) {
   if (!noted) return ErrLast = 5, 0;
   if (length < object->nBlock + static_cast<uint32_t>(object->nDelta)) return ErrLast = 6, 0;
   Notes notes = NotesOf(object);
+  // The sum in the object wraps, and MemBufReplace writes over it.
+  int64_t size = object->nBlock;
+  for (const MemEdit* edit = notes.begin; edit < notes.end; ++edit)
+    size += static_cast<int64_t>(edit->nNew) - edit->nOld;
+  if (size > length) return ErrLast = 6, 0;
   if (block == noted && FitInPlace(notes, block, std::max(length, object->nBlock))) {
     ApplyInPlace(notes, block, object->nBlock);
   } else {
