@@ -145,9 +145,6 @@ constexpr SystemMessage MessageTable[] = {
     {149,
      "An attempt was made to join or substitute a drive for which a directory on the drive is the "
      "target of a previous substitute."},
-    {150,
-     "System trace information was not specified in your CONFIG.SYS file, or tracing is "
-     "disallowed."},
     {151, "The number of specified semaphore events for DosMuxSemWait is not correct."},
     {152, "DosMuxSemWait did not execute; too many semaphores are already set."},
     {153, "The DosMuxSemWait list is not correct."},

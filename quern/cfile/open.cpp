@@ -1,6 +1,5 @@
 #include "quern/cfile/open.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -21,8 +20,6 @@ constexpr char kModule[] = "cfile";
 constexpr uint32_t kNoBackup = 24;  // messages
 constexpr uint32_t kIllegalMode = 29;
 constexpr uint32_t kOpenFailed = 31;
-
-constexpr uint32_t kKinds = 8;
 
 // What an access value means.
 struct Mode {
