@@ -288,6 +288,31 @@ TEST(Content, RandomEditsAgreeWithAModel) {
   EXPECT_GT(limited, 300);
 }
 
+TEST(Content, AppendedTextsAgreeWithAModel) {
+  std::mt19937 random(6);
+  Tree tree;
+  for (uint32_t selector : {0u, FO_SEP_SECTION, FO_SEP_LINE}) {
+    FileObject* file = Open(tree, "f", FO_MAPPED | 32 | selector);
+    file->nMaxSize = 300'000;
+    std::string model;
+    while (model.size() < 296'000) {
+      std::string word(random() % (random() % 20 ? 40 : 3000), 'w');
+      ASSERT_EQ(FileAppendf("%s-%zu;", word.c_str(), model.size()),
+                static_cast<int>(word.size() + 2 + std::to_string(model.size()).size()));
+      model += word + "-" + std::to_string(model.size()) + ";";
+      if (random() % 10 == 0) {
+        auto less = static_cast<uint32_t>(random() % 50);
+        if (less > model.size()) continue;
+        FileResize(-static_cast<int32_t>(less));
+        model.resize(model.size() - less);
+      }
+      ASSERT_EQ(file->nSize, model.size());
+    }
+    EXPECT_EQ(Close(), "");
+    EXPECT_EQ(tree.Read("f"), model);
+  }
+}
+
 TEST(Content, EditsThatAreRefused) {
   Tree tree;
   tree.File("f", "0123456789");

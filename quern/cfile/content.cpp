@@ -126,6 +126,17 @@ void EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBy
   if (uint32_t cut = CutOf(file, region, kept, readable)) FileResize(-static_cast<int32_t>(cut));
 }
 
+// Bytes behind the data of a mapped file where a text that is appended can be made at once, with
+// its terminator; 0 when `pos` is not there, or the edit is no plain one. An edit at the limit may
+// look for sections behind the data, so that those files keep what is there.
+uint32_t RoomBehind(const FileObject* file, const char* pos) {
+  if (!file || !file->hMap || file->pStream || pos != file->pView + file->nSize) return 0;
+  if ((file->fFlags & (FO_WRITE | FO_READ | FO_STREAMED)) != FO_WRITE) return 0;
+  if ((file->fFlags & FO_SEP_MASK) == FO_SEP_SECTION) return 0;
+  uint32_t most = std::min(file->nMapped, file->nMaxSize);
+  return most > file->nSize ? most - file->nSize : 0;
+}
+
 }  // namespace
 
 int32_t FileResize(int32_t delta) {
@@ -195,6 +206,12 @@ int32_t FileFormatList(char* pos, uint32_t length, const char* format, va_list a
   }
   va_list again;
   va_copy(again, arguments);
+  if (uint32_t room = length == 0 ? RoomBehind(CurrentFile, pos) : 0) {
+    int size = vsnprintf(pos, room, format, again);
+    va_end(again);
+    if (size >= 0 && static_cast<uint32_t>(size) < room) return FileResize(size) == 0 ? size : 0;
+    va_copy(again, arguments);
+  }
   char buffer[1024];
   char* text = buffer;
   int size = vsnprintf(buffer, sizeof buffer, format, arguments);
