@@ -4,13 +4,17 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <string>
 
 #include "quern/cerr.h"
+#include "quern/cmem/format.h"
 #include "tests/support/alloc.h"
 #include "tests/support/trail.h"
 
@@ -172,6 +176,36 @@ char* Forward(MemBuf* buf, const char* format, ...) {
   char* text = MemBufPrintf(buf, kMemArgList, format, &arguments);
   va_end(arguments);
   return text;
+}
+
+int Made(char* text, size_t room, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  int length = FormatText(text, room, format, arguments);
+  va_end(arguments);
+  return length;
+}
+
+TEST(Buffer, FormatsAsTheRuntimeDoes) {
+  const char* const numberPieces[] = {"%d", "%i", "%u", "%x", "%c", "%5d", "%#x", "%X", "%08u"};
+  const char* const wordPieces[] = {"%s", "%s%%", "%s", "%.2s", "%-9s|", "%"};
+  const char* const words[] = {"", "word", "a longer one, past many a room", nullptr};
+  std::mt19937 random(7);
+  auto oneOf = [&random](const auto& list) { return list[random() % std::size(list)]; };
+  for (int round = 0; round < 100000; ++round) {
+    const int numbers[] = {0, -1, INT_MIN, INT_MAX, static_cast<int>(random())};
+    std::string format = random() % 2 ? "plain\t" : "";
+    format = format + oneOf(numberPieces) + " " + oneOf(wordPieces);
+    size_t room = random() % 48;
+    char wanted[48], made[48];
+    memset(wanted, '#', sizeof wanted);
+    memset(made, '#', sizeof made);
+    int number = oneOf(numbers);
+    const char* word = oneOf(words);
+    int length = snprintf(wanted, room, format.c_str(), number, word);
+    ASSERT_EQ(Made(made, room, format.c_str(), number, word), length) << format << room;
+    ASSERT_EQ(memcmp(made, wanted, sizeof made), 0) << format << room;
+  }
 }
 
 TEST(Buffer, PrintfTriesNineCapacities) {

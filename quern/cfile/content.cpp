@@ -8,6 +8,7 @@
 #include "quern/cfile/map.h"
 #include "quern/cfile/open.h"
 #include "quern/cmem/edit.h"
+#include "quern/cmem/format.h"
 #include "quern/cmem/search.h"
 
 namespace quern {
@@ -207,17 +208,17 @@ int32_t FileFormatList(char* pos, uint32_t length, const char* format, va_list a
   va_list again;
   va_copy(again, arguments);
   if (uint32_t room = length == 0 ? RoomBehind(CurrentFile, pos) : 0) {
-    int size = vsnprintf(pos, room, format, again);
+    int size = FormatText(pos, room, format, again);
     va_end(again);
     if (size >= 0 && static_cast<uint32_t>(size) < room) return FileResize(size) == 0 ? size : 0;
     va_copy(again, arguments);
   }
   char buffer[1024];
   char* text = buffer;
-  int size = vsnprintf(buffer, sizeof buffer, format, arguments);
+  int size = FormatText(buffer, sizeof buffer, format, arguments);
   if (size >= static_cast<int>(sizeof buffer)) {
     text = static_cast<char*>(malloc(static_cast<size_t>(size) + 1));
-    if (text) vsnprintf(text, static_cast<size_t>(size) + 1, format, again);
+    if (text) FormatText(text, static_cast<size_t>(size) + 1, format, again);
   }
   va_end(again);
   if (!text || size < 0) return ErrRaise(kModule, 872, 4), 0;

@@ -1,12 +1,12 @@
 #include "quern/cmem/buffer.h"
 
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "platform/win32.h"
 #include "quern/cerr.h"
+#include "quern/cmem/format.h"
 
 namespace quern {
 namespace {
@@ -114,7 +114,7 @@ int32_t FormatInto(MemBuf* buf, const char* format, va_list arguments) {
   if (!buf->pData) return -1;
   va_list copy;
   va_copy(copy, arguments);
-  int length = vsnprintf(buf->pData, size_t{buf->nAlloc} + 1, format, copy);
+  int length = FormatText(buf->pData, size_t{buf->nAlloc} + 1, format, copy);
   va_end(copy);
   return length < 0 || static_cast<uint32_t>(length) > buf->nAlloc ? -1 : length;
 }

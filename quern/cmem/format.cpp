@@ -1,0 +1,90 @@
+#include "quern/cmem/format.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+namespace quern {
+namespace {
+
+// Appends within a room. A piece that does not fit makes the text end there, for good.
+class Writer {
+ public:
+  Writer(char* text, size_t room) : at_(text), end_(text + std::min<size_t>(room, INT_MAX)) {}
+
+  char* At() const { return at_; }
+  bool Character(char c) {
+    if (at_ == end_) return false;
+    *at_++ = c;
+    return true;
+  }
+  template <typename T>
+  bool Number(T value, int base) {
+    auto [behind, error] = std::to_chars(at_, end_, value, base);
+    at_ = behind;
+    return error == std::errc();
+  }
+  bool Text(const char* text) {
+    if (!text) return false;  // what stands for it is the runtime's
+    size_t length = strnlen(text, static_cast<size_t>(end_ - at_));
+    memcpy(at_, text, length);
+    at_ += length;
+    return at_ != end_;
+  }
+
+ private:
+  char* at_;
+  char* end_;
+};
+
+// False at a conversion that is not plain, and when the text does not fit.
+bool WritePlain(Writer* writer, const char* format, va_list arguments) {
+  for (; *format; ++format) {
+    bool written;
+    if (*format != '%') {
+      written = writer->Character(*format);
+    } else {
+      switch (*++format) {
+        case 'c':
+          written = writer->Character(static_cast<char>(va_arg(arguments, int)));
+          break;
+        case 'd':
+        case 'i':
+          written = writer->Number(va_arg(arguments, int), 10);
+          break;
+        case 's':
+          written = writer->Text(va_arg(arguments, const char*));
+          break;
+        case 'u':
+          written = writer->Number(va_arg(arguments, unsigned), 10);
+          break;
+        case 'x':
+          written = writer->Number(va_arg(arguments, unsigned), 16);
+          break;
+        case '%':
+          written = writer->Character('%');
+          break;
+        default:
+          written = false;
+      }
+    }
+    if (!written) return false;
+  }
+  return writer->Character('\0');
+}
+
+}  // namespace
+
+int FormatText(char* text, size_t room, const char* format, va_list arguments) {
+  Writer writer(text, room);
+  va_list plain;
+  va_copy(plain, arguments);
+  bool written = WritePlain(&writer, format, plain);
+  va_end(plain);
+  return written ? static_cast<int>(writer.At() - text) - 1
+                 : vsnprintf(text, room, format, arguments);
+}
+
+}  // namespace quern
