@@ -201,7 +201,7 @@ struct FILETIME {  // 100 ns units since 1601-01-01 UTC
 };
 
 // Any of the three may be null. A file system that keeps no creation time gives that of the last
-// change of its facts.
+// write.
 BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access, FILETIME* write);
 
 // The folder for temporary files (TMPDIR or /tmp), absolute, with a separator at its end. As

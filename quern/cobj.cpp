@@ -114,6 +114,7 @@ void* ClsAttach(uint32_t tag, void* instance, uint32_t classNumber, uint32_t siz
   Initialise();
   if (tag == kClsInitialise) return instance;
   if (classNumber >= kClassLists) return nullptr;
+  if (ClsLinked(tag, classNumber, instance)) return instance;  // need not be probed
   if (instance && !IsBadReadPtr(instance, sizeof tag) && memcmp(instance, &tag, sizeof tag) == 0)
     return instance;
   if (size < sizeof(InstanceHeader)) return nullptr;
@@ -132,6 +133,11 @@ void* ClsAttach(uint32_t tag, void* instance, uint32_t classNumber, uint32_t siz
   made->pPrev = last;
   (last ? last->pNext : ClassLists[classNumber]) = made;
   return made;
+}
+
+bool ClsLinked(uint32_t tag, uint32_t classNumber, const void* instance) {
+  auto* header = static_cast<const InstanceHeader*>(instance);
+  return header && classNumber < kClassLists && IsLinked(header, classNumber) && header->tag == tag;
 }
 
 int32_t ClsDetach(uint32_t tag, void* reference) {

@@ -129,11 +129,24 @@ int ShapeOf(DWORD size) {
   return size >= 50 ? 2 : 4;
 }
 
-// How many of `count` cells there are from a position on; -1 when it is outside.
-int CellsFrom(COORD position, COORD size, DWORD count) {
-  if (!IsInside(position, size)) return -1;
-  const DWORD rest = static_cast<DWORD>(size.X) * size.Y - (position.Y * size.X + position.X);
-  return static_cast<int>(std::min(count, rest));
+// Cells of a console from a position on, as many as there are of `count`.
+struct CellRun {
+  int terminal;
+  COORD size;  // of the window
+  int first;   // counted row by row
+  int count;
+};
+
+// False after an error was set.
+bool FindCells(HANDLE output, COORD position, DWORD count, CellRun* run) {
+  run->terminal = OutputTerminal(output);
+  if (run->terminal < 0) return false;
+  run->size = TerminalSize(run->terminal);
+  if (!IsInside(position, run->size)) return Fail(ERROR_INVALID_PARAMETER);
+  run->first = position.Y * run->size.X + position.X;
+  const DWORD rest = static_cast<DWORD>(run->size.X * run->size.Y - run->first);
+  run->count = static_cast<int>(std::min(count, rest));
+  return true;
 }
 
 }  // namespace
@@ -203,16 +216,12 @@ BOOL ReadConsoleOutputAttribute(HANDLE output, WORD* attributes, DWORD count, CO
                                 DWORD* read) {
   using namespace posix_layer;
   *read = 0;
-  int terminal = OutputTerminal(output);
-  if (terminal < 0) return FALSE;
-  const COORD size = TerminalSize(terminal);
-  const int most = CellsFrom(position, size, count);
-  if (most < 0) return Fail(ERROR_INVALID_PARAMETER);
-  const int first = position.Y * size.X + position.X;
-  for (int i = 0; i < most; ++i) {
-    attributes[i] = cells.At((first + i) % size.X, (first + i) / size.X);
+  CellRun run;
+  if (!FindCells(output, position, count, &run)) return FALSE;
+  for (int i = 0; i < run.count; ++i) {
+    attributes[i] = cells.At((run.first + i) % run.size.X, (run.first + i) / run.size.X);
   }
-  *read = static_cast<DWORD>(most);
+  *read = static_cast<DWORD>(run.count);
   return TRUE;
 }
 
@@ -220,22 +229,18 @@ BOOL WriteConsoleOutputAttribute(HANDLE output, const WORD* attributes, DWORD co
                                  DWORD* written) {
   using namespace posix_layer;
   *written = 0;
-  int terminal = OutputTerminal(output);
-  if (terminal < 0) return FALSE;
-  const COORD size = TerminalSize(terminal);
-  const int most = CellsFrom(position, size, count);
-  if (most < 0) return Fail(ERROR_INVALID_PARAMETER);
-  if (!cells.Cover(size)) return Fail(ERROR_NOT_ENOUGH_MEMORY);
-  const int first = position.Y * size.X + position.X;
+  CellRun run;
+  if (!FindCells(output, position, count, &run)) return FALSE;
+  if (!cells.Cover(run.size)) return Fail(ERROR_NOT_ENOUGH_MEMORY);
   if (RecoloursCells()) {
-    DWORD error = RecolourRun(terminal, size.X, first, attributes, most);
+    DWORD error = RecolourRun(run.terminal, run.size.X, run.first, attributes, run.count);
     if (error != ERROR_SUCCESS) return Fail(error);
   }
-  for (int i = 0; i < most; ++i) {
-    const int row = (first + i) / size.X, column = (first + i) % size.X;
+  for (int i = 0; i < run.count; ++i) {
+    const int row = (run.first + i) / run.size.X, column = (run.first + i) % run.size.X;
     cells.attributes[row * cells.columns + column] = attributes[i];
   }
-  *written = static_cast<DWORD>(most);
+  *written = static_cast<DWORD>(run.count);
   return TRUE;
 }
 

@@ -230,11 +230,17 @@ bool IsOpen(const FileIdentity& identity) {
   return false;
 }
 
-FILETIME FileTimeOf(const statx_timestamp& time) {
-  constexpr int64_t kSecondsTo1970 = 11'644'473'600;
-  uint64_t ticks =
-      static_cast<uint64_t>((time.tv_sec + kSecondsTo1970) * 10'000'000 + time.tv_nsec / 100);
-  return {Low(ticks), High(ticks)};
+void TimesOf(const struct statx& facts, FILETIME* creation, FILETIME* access, FILETIME* write) {
+  auto convert = [](const statx_timestamp& time) -> FILETIME {
+    constexpr int64_t kSecondsTo1970 = 11'644'473'600;
+    uint64_t ticks =
+        static_cast<uint64_t>((time.tv_sec + kSecondsTo1970) * 10'000'000 + time.tv_nsec / 100);
+    return {Low(ticks), High(ticks)};
+  };
+  bool born = facts.stx_mask & STATX_BTIME;
+  if (creation) *creation = convert(born ? facts.stx_btime : facts.stx_mtime);
+  if (access) *access = convert(facts.stx_atime);
+  if (write) *write = convert(facts.stx_mtime);
 }
 
 }  // namespace posix_layer
@@ -326,10 +332,7 @@ BOOL GetFileTime(HANDLE handle, FILETIME* creation, FILETIME* access, FILETIME* 
   if (statx(file->descriptor, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &facts) != 0) {
     return Fail(ErrorFromErrno(errno));
   }
-  const bool born = facts.stx_mask & STATX_BTIME;
-  if (creation) *creation = FileTimeOf(born ? facts.stx_btime : facts.stx_ctime);
-  if (access) *access = FileTimeOf(facts.stx_atime);
-  if (write) *write = FileTimeOf(facts.stx_mtime);
+  TimesOf(facts, creation, access, write);
   return TRUE;
 }
 

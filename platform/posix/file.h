@@ -61,7 +61,8 @@ bool IsOpen(const FileIdentity& identity);
 // Whether a mapping of the file, or a view, reaches beyond its first `size` bytes (in mapping.cpp).
 bool IsMappedBeyond(const FileIdentity& identity, uint64_t size);
 
-// A moment of a file in 100 ns units since 1601.
-FILETIME FileTimeOf(const statx_timestamp& time);
+// The times of a file; any of the three may be null. Without a creation time it is that of the last
+// write.
+void TimesOf(const struct statx& facts, FILETIME* creation, FILETIME* access, FILETIME* write);
 
 }  // namespace posix_layer

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "platform/posix/directory.h"
+#include "platform/posix/file.h"
 #include "platform/posix/handle.h"
 #include "platform/posix/native.h"
 
@@ -32,17 +33,8 @@ struct Search {
   NamePattern pattern;
 };
 
-FILETIME FileTime(const statx_timestamp& time) {
-  constexpr int64_t kSecondsTo1970 = 11'644'473'600;
-  uint64_t ticks =
-      static_cast<uint64_t>((time.tv_sec + kSecondsTo1970) * 10'000'000 + time.tv_nsec / 100);
-  return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
-}
-
 void Describe(const struct statx& facts, WIN32_FIND_DATAA* data) {
-  data->ftCreationTime = FileTime(facts.stx_mask & STATX_BTIME ? facts.stx_btime : facts.stx_mtime);
-  data->ftLastAccessTime = FileTime(facts.stx_atime);
-  data->ftLastWriteTime = FileTime(facts.stx_mtime);
+  TimesOf(facts, &data->ftCreationTime, &data->ftLastAccessTime, &data->ftLastWriteTime);
   if (!S_ISDIR(facts.stx_mode)) {
     data->nFileSizeHigh = static_cast<DWORD>(facts.stx_size >> 32);
     data->nFileSizeLow = static_cast<DWORD>(facts.stx_size);

@@ -170,13 +170,6 @@ uint32_t GrowthOf(uint32_t flags, uint32_t size) {
   }
 }
 
-// Whether it is a file object. Nothing of `object` is read unless it is an instance.
-bool IsFile(const void* object) {
-  const InstanceHeader* at = ClassLists[kFileClass];
-  while (at && at != object) at = at->pNext;
-  return at && at->tag == kFileTag;
-}
-
 void CloseHandles(FileObject* file) {
   if (file->hFile) CloseHandle(file->hFile);
   if (file->pStream) fclose(file->pStream);
@@ -209,11 +202,6 @@ void SetEnd(FileObject* file) {
 }  // namespace
 
 FileObject* FileSelect(void* object) {
-  // An instance that is linked need not be probed.
-  if (IsFile(object)) {
-    ClsNew = 0;
-    return CurrentFile = static_cast<FileObject*>(object);
-  }
   auto* made = static_cast<FileObject*>(
       ClsAttach(kFileTag, object, kFileClass, sizeof(FileObject), FileClass));
   if (!made) return ErrRaise(kModule, 102, 1000), nullptr;
@@ -265,7 +253,7 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
 uint32_t FileClass(uintptr_t argument) {
   if (argument == kCollectRequest) return ClsGarbage(kFileTag);
   auto* object = reinterpret_cast<FileObject*>(argument);
-  if (object && !IsFile(object)) return 0;  // it was closed before
+  if (object && !ClsLinked(kFileTag, kFileClass, object)) return 0;  // it was closed before
   if (object) CurrentFile = object;
   FileObject* file = CurrentFile;
   if (!file) return 0;
