@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <random>
@@ -13,6 +14,8 @@
 
 namespace quern {
 namespace {
+
+using std::chrono::system_clock;
 
 TEST(Clock, StampsAgreeWithPrintedOnes) {
   std::mt19937 random(5);
@@ -46,12 +49,13 @@ TEST(Clock, StampsAgreeWithPrintedOnes) {
   SYSTEMTIME time = {2001, 3, 1, 5, 14, 7, 9, 42};
   EXPECT_STREQ(TimeStamp(&time, STAMP_DATE | STAMP_MILLIS), "05.03.2001 14:07:09:042");
   EXPECT_STREQ(TimeStamp(&time, STAMP_DATE | STAMP_SECONDS), "50829.000000.3");
-  // The local time, in the middle of two looks at the clock of the runtime.
-  time_t before = ::time(nullptr);
+  // The local time, in the middle of two looks at the clock (time() may lag behind it).
+  auto now = [] { return system_clock::to_time_t(system_clock::now()); };
+  time_t before = now();
   std::string stamp = TimeStamp(nullptr, STAMP_DATE | STAMP_TIME);
   std::string around[2];
   for (int i = 0; i < 2; ++i) {
-    time_t at = i ? ::time(nullptr) : before;
+    time_t at = i ? now() : before;
     char text[32];
     strftime(text, sizeof text, "%d.%m.%Y %H:%M:%S", localtime(&at));
     around[i] = text;
