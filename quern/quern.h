@@ -44,6 +44,7 @@ inline constexpr uint32_t kMemClass = 2;
 inline constexpr uint32_t kCslClass = 7;
 inline constexpr uint32_t kFileClass = 8;
 inline constexpr uint32_t kFinderClass = 9;
+inline constexpr uint32_t kScanClass = 10;
 
 // --- messages ------------------------------------------------------------------------------------
 

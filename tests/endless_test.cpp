@@ -6,6 +6,7 @@
 
 #include "quern/cerr.h"
 #include "quern/cmem.h"
+#include "quern/cscan.h"
 #include "tests/support/deadline.h"
 #include "tests/support/trail.h"
 
@@ -34,6 +35,18 @@ TEST(EndlessDeathTest, CallsThatNeverReturn) {
   ExpectEndless([] {
     char text[] = "abc";
     MemReplaceAll(text, 3, "c", 1, nullptr, 0, 0);
+  });
+  static ScanDef table[] = {{"x", 1, SCAN_STRING, 0, 0},
+                            {"az", 1, SCAN_RANGES, 0, 0},
+                            {"!", 2, SCAN_STRING, 0, 0},
+                            {nullptr, 0, 0, 0, 0}};
+  ExpectEndless([] {
+    ScanText("abc", 3, table);
+    ScanSymbol(1);
+  });
+  ExpectEndless([] {
+    ScanText("abc", 3, table);
+    ScanFirstOf(2, static_cast<int32_t>(SCAN_LIST_END | SCAN_BACKWARD));
   });
 }
 

@@ -391,27 +391,6 @@ TEST(File, RevertingCutsBackAndPutsTheBackupBack) {
   ErrClear();
 }
 
-// What a file tells its scanner of: its end, and changes of its size.
-TEST(File, ScannersAreToldAndDeleted) {
-  Tree tree;
-  static int deleted, resized;
-  FileOpen(nullptr, tree.Path("new").c_str(), FO_MAPPED | 18);
-  FileScanner scanner = {};
-  scanner.header.proc = [](uintptr_t argument) {
-    EXPECT_EQ(reinterpret_cast<FileScanner*>(argument)->pFile, nullptr);
-    CurrentFile = nullptr;
-    return static_cast<uint32_t>(++deleted);
-  };
-  scanner.pFile = CurrentFile;
-  CurrentFile->pScanner = &scanner;
-  FileResizedHook = [](FileObject* file) { resized = static_cast<int>(file->nSize); };
-  FileAppendf("1234");
-  EXPECT_EQ(resized, 4);
-  EXPECT_EQ(Close(), "");
-  EXPECT_EQ(deleted, 1);
-  EXPECT_EQ(ClassLists[kFileClass], nullptr);
-}
-
 #ifndef _WIN32
 
 // A failed reserve ends the process, so each attempt is made in a child.

@@ -7,6 +7,9 @@
 #include "quern/csys.h"
 
 namespace quern {
+
+void (*FileMappedHook)(FileObject* file);
+
 namespace {
 
 constexpr char kModule[] = "cfile";
@@ -155,12 +158,7 @@ uint32_t ReleaseViews(FileObject* file) {
   return first;
 }
 
-}  // namespace
-
-int32_t FileMap(uint32_t size) {
-  FileObject* file = CurrentFile;
-  if (!file) return 0;
-  if (size == 0) return UnmapAll(file);
+int32_t MapAnew(FileObject* file, uint32_t size) {
   ErrLast = 0;
   Urgent urgent;
   uint32_t mapped = size;
@@ -199,6 +197,16 @@ int32_t FileMap(uint32_t size) {
   }
   urgent.Restore();
   file->nMapped = mapped;
+  return failure;
+}
+
+}  // namespace
+
+int32_t FileMap(uint32_t size) {
+  FileObject* file = CurrentFile;
+  if (!file) return 0;
+  int32_t failure = size == 0 ? UnmapAll(file) : MapAnew(file, size);
+  if (FileMappedHook) FileMappedHook(file);
   return failure;
 }
 

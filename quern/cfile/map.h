@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "platform/win32.h"
+#include "quern/cfile/object.h"
 
 namespace quern {
 
@@ -20,6 +21,9 @@ namespace quern {
 // raising 2 over a failure of FileReserve. After a failure nothing is mapped, though pView may keep
 // the address.
 int32_t FileMap(uint32_t size);
+
+// Told of every file that was mapped anew or unmapped. Installed by the scanner module.
+extern void (*FileMappedHook)(FileObject* file);
 
 // Reserves the range at the first call, later releases both views, and sets the reserve up behind
 // `size` bytes. Returns 0, or minus ErrLast after raising 1 or 2 (no range), 0xA0000003 or

@@ -260,6 +260,10 @@ uint32_t FileClass(uintptr_t argument) {
   if (file->hMap || file->hExtMap) FileMap(0);
   if (file->fFlags & FO_WRITE) SetEnd(file);
   CloseHandles(file);
+  for (InstanceHeader* at = ClassLists[kScanClass]; at; at = at->pNext) {
+    auto* scanner = reinterpret_cast<FileScanner*>(at);
+    if (scanner->pFile == file) scanner->pFile = nullptr;
+  }
   if (FileScanner* scanner = file->pScanner) {
     scanner->pFile = nullptr;
     if (scanner->header.proc) scanner->header.proc(reinterpret_cast<uintptr_t>(scanner));

@@ -1,0 +1,372 @@
+// Scanners by example: what definitions complain of, where their texts come from, and how files and
+// scanners release each other. The rules of matching are in scan_test.cpp.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "quern/cerr.h"
+#include "quern/cfile.h"
+#include "quern/cobj.h"
+#include "quern/cscan.h"
+#include "tests/support/alloc.h"
+#include "tests/support/trail.h"
+#include "tests/support/tree.h"
+
+namespace quern {
+namespace {
+
+using tavrix_test::ClearedTrail;
+using tavrix_test::Tree;
+
+constexpr int32_t kName = 3, kNumber = 4, kIf = 5, kOperator = 6, kOther = 7;
+
+// Of C-like texts; every byte is of some symbol.
+ScanDef code[] = {
+    {"\n", kScanLineEnd, SCAN_STRING, 0, 10},
+    {" \t\v\f\r", kScanBlank, SCAN_SET, 0, 20},
+    {"if", kIf, SCAN_WORD, 0, 50},
+    {"azAZ__\x80\xff", kName, SCAN_RANGES | SCAN_FIRST, 0, 30},
+    {"azAZ__\x80\xff"
+     "09",
+     kName, SCAN_RANGES | SCAN_MORE, 0, 31},
+    {"09", kNumber, SCAN_RANGES | SCAN_FIRST, 0, 40},
+    {"09azAZ__..", kNumber, SCAN_RANGES | SCAN_MORE, 0, 41},
+    {"==", kOperator, SCAN_STRING, 0, 60},
+    {"->", kOperator, 0, 0, 61},
+    {"\x80\x7f", kOther, SCAN_RANGES | SCAN_FIRST, 0, 70},
+    {nullptr, 0, 0, 0, 0},
+};
+
+void Release() { ScanClass(reinterpret_cast<uintptr_t>(CurrentScanner)); }
+
+// The rest of the text, token by token.
+std::string Texts() {
+  std::string texts;
+  while (const ScanToken* token = ScanGet(kScanAny)) {
+    if (token->pStart != CurrentScanner->pPosition) break;  // the end
+    texts.append(token->pStart, token->nLength);
+  }
+  EXPECT_EQ(ScanStatus, kScanEnd);
+  return texts;
+}
+
+// As "id:length" of every token.
+std::string Tokens(const std::string& text, ScanDef* table) {
+  std::ostringstream list;
+  if (!ScanText(text.data(), static_cast<uint32_t>(text.size()), table)) return ClearedTrail();
+  while (const ScanToken* token = ScanGet(kScanAny)) {
+    if (token->nId == kScanEnd) break;
+    list << token->nId << ':' << token->nLength << ' ';
+  }
+  Release();
+  return list.str();
+}
+
+std::string Report() {
+  char report[4096] = "";
+  ErrReport(report, ERR_REPORT_COMPOSE | ERR_REPORT_FULL);
+  ErrClear();
+  return report;
+}
+
+TEST(Scanner, CountsLinesAndColumns) {
+  std::string text = "if a1 ==\n\tifZ ifA\n";
+  EXPECT_EQ(Tokens(text, code), "5:2 2:1 3:2 2:1 6:2 1:1 2:1 3:3 2:1 5:2 3:1 1:1 ");
+  ASSERT_NE(ScanText(text.data(), static_cast<uint32_t>(text.size()), code), nullptr);
+  EXPECT_EQ(CurrentScanner->nLine, 1u);
+  const ScanToken* token = ScanSkipTo(kScanLineEnd);
+  ASSERT_NE(token, nullptr);
+  EXPECT_EQ(CurrentScanner->nColumn, 8u);
+  EXPECT_EQ(CurrentScanner->nLine, 1u);
+  EXPECT_EQ(ScanGet(kScanAny)->nId, kScanBlank);
+  EXPECT_EQ(CurrentScanner->nLine, 2u);
+  EXPECT_EQ(CurrentScanner->pLine, text.data() + 9);
+  EXPECT_EQ(ScanFind(kIf), text.data() + 14);
+  EXPECT_EQ(ScanFirstOf(kIf, kOperator, 0)->pStart, text.data() + 14);
+  EXPECT_EQ(ScanRun(kIf)->nLength, 2u);
+  EXPECT_STREQ(CurrentScanner->mbValue.pData, "if");
+  EXPECT_STREQ(ScanSetValue("abc", 2), "ab");
+  EXPECT_EQ(CurrentScanner->nValue, 3u);
+  EXPECT_STREQ(ScanAddValue("cd", 2), "abcd");
+  int32_t list[] = {kScanBlank, kScanLineEnd, static_cast<int32_t>(SCAN_LIST_END | SCAN_WHILE)};
+  ScanGet(kScanRefresh);
+  EXPECT_EQ(ScanFirstOfList(list), nullptr);
+  EXPECT_EQ(list[2], 0);
+  EXPECT_EQ(*CurrentScanner->pPosition, 'A');
+  Release();
+  EXPECT_EQ(CurrentScanner, nullptr);
+  EXPECT_EQ(ScanGet(kScanAny), nullptr);
+  EXPECT_EQ(ScanRewind(), -1);
+  EXPECT_EQ(ErrLine, 684);
+  ErrClear();
+}
+
+TEST(Scanner, DefinitionsAreChecked) {
+  char odd[] = "abc";
+  char folded[] = "folded";
+  ScanDef bad[] = {
+      {nullptr, 1, 1, 0, 0}, {odd, 1, 4, 0, 0},     {"x", 2, 0, 0, 0}, {"y", 2, 77, 0, 0},
+      {"low", 3, 33, 0, 0},  {folded, 3, 34, 0, 0}, {"Z", 3, 0, 0, 0}, {nullptr, 0, 0, 0, 0},
+  };
+  EXPECT_EQ(ScanDefine(bad, 0), 0);
+  EXPECT_NE(CurrentScanner->header.flags & INST_IMPLICIT, 0u);
+  Scanner* implicit = CurrentScanner;
+  EXPECT_EQ(implicit->nHighest, 3);  // what has no pattern does not count
+  EXPECT_STREQ(folded, "FOLDED");
+  EXPECT_EQ(bad[1].fFlags, SCAN_RANGES);
+  EXPECT_EQ(bad[2].fFlags, 0u);
+  EXPECT_EQ(bad[6].fFlags, SCAN_WORD_FOLD);
+  std::string report = Report();
+  for (const char* line :
+       {"04:04:03:02:02 (CSCAN782)", "Scanner 1. symbol '(null)' has improper definition",
+        "Scanner 2. symbol 'abc' has improper definition",
+        "Scanner 3. symbol 'x' has improper definition",
+        "Scanner 4. symbol 'y' has improper definition",
+        "Scanner 5. symbol 'low' is not writable - you MUST convert definition to uppercase or "
+        "remove name conflict with string constant"})
+    EXPECT_NE(report.find(line), std::string::npos) << line << "\n" << report;
+  ScanDef far[] = {{"a", 1, 1, 0, 0}, {"b", 5, 1, 0, 0}, {"c", 2, 1, 0, 0}, {nullptr, 0, 0, 0, 0}};
+  EXPECT_EQ(ScanDefine(far, 3), -7);
+  EXPECT_EQ(ErrLine, 804);
+  EXPECT_EQ(ScanDefFind(1), far);
+  EXPECT_EQ(ScanDefFind(2), nullptr);
+  EXPECT_EQ(ScanDefFind(5), far + 1);
+  EXPECT_EQ(ScanDefFind(8), far + 3);
+  ErrClear();
+  EXPECT_EQ(ScanDefine(nullptr, 0), -1);
+  EXPECT_EQ(ScanDefine(far + 3, 0), -5);
+  EXPECT_EQ(ErrLine, 794);
+  ErrClear();
+  EXPECT_EQ(ScanText("x", 1, far), CurrentScanner);
+  EXPECT_EQ(ScanSymbol(3), nullptr);
+  EXPECT_NE(Report().find("Symbol '3' is used but was never configured"), std::string::npos);
+  Release();
+  ScanClass(reinterpret_cast<uintptr_t>(implicit));
+  EXPECT_EQ(ClassLists[kScanClass], nullptr);
+}
+
+TEST(Scanner, ReadsTheSameFromEverySource) {
+  std::vector<std::filesystem::path> files;
+  for (const char* root : {"/usr/include", TAVRIX_SOURCES "/quern"}) {
+    std::error_code failed;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root, failed))
+      if (entry.is_regular_file() && entry.path().extension() == ".h") files.push_back(entry);
+  }
+  ASSERT_GT(files.size(), 10u);
+  for (const auto& file : files) {
+    SCOPED_TRACE(file);
+    std::ifstream in(file, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    ASSERT_NE(ScanText(bytes.data(), static_cast<uint32_t>(bytes.size()), code), nullptr);
+    ASSERT_EQ(Texts(), bytes);
+    Release();
+    std::string name = Tree::Native(file);
+    for (uint32_t mode : {FO_MAPPED, FO_STREAM_BUFFER, FO_STREAMED}) {
+      // An empty file cannot be mapped for reading.
+      if (bytes.empty() && mode == FO_MAPPED) continue;
+      ASSERT_NE(ScanOpen(name.c_str(), FO_READ | mode, code), nullptr) << ClearedTrail();
+      std::string wanted = bytes;
+      if (mode == FO_STREAMED) {
+        for (size_t at = 0; (at = wanted.find("\r\n", at)) != wanted.npos; ++at)
+          wanted[at + 1] = 'a';
+      }
+      ASSERT_EQ(Texts(), wanted) << mode;
+      Release();
+    }
+    ASSERT_EQ(ClassLists[kFileClass], nullptr);
+  }
+}
+
+TEST(Scanner, StreamsAreReadLineByLine) {
+  Tree tree;
+  std::string longLine(300, 'x');
+  // A carriage return that just fits, and one whose line feed comes behind the block.
+  std::string edges = std::string(255, 'y') + "\r\n" + std::string(254, 'z') + "\r\n\r\nend";
+  tree.File("f", "one\r\ntwo\rthree\n" + longLine + "\n" + edges);
+  ASSERT_NE(ScanOpen(tree.Path("f").c_str(), FO_READ | FO_STREAMED, code), nullptr);
+  std::string lines;
+  for (std::string line; ScanStatus != kScanEnd; ScanAdvance(CurrentScanner->mbSource.nSize)) {
+    const MemBuf& text = CurrentScanner->mbSource;
+    EXPECT_EQ(text.pData[text.nSize], '\0');
+    EXPECT_EQ(text.nAlloc, 256u);
+    lines += std::string(text.pData, text.nSize) + "|";
+  }
+  EXPECT_EQ(lines, "one\ra|two\r|three\n|" + std::string(256, 'x') + "|" + std::string(44, 'x') +
+                       "\n|" + std::string(255, 'y') + "\ra|" + std::string(254, 'z') +
+                       "\ra|\ra|end|");
+  EXPECT_EQ(ScanRewind(), 0);
+  EXPECT_EQ(ScanGet(kName)->nLength, 3u);
+  const char* token = ScanPending->pStart;
+  // A stream without its end: the refill has nothing to read.
+  FileObject* file = CurrentScanner->pFile;
+  fclose(file->pStream);
+  file->pStream = nullptr;
+  EXPECT_EQ(ScanRewind(), -1);
+  EXPECT_EQ(ErrLine, 675);
+  Release();
+  ErrClear();
+  EXPECT_EQ(std::string(token, 3), "one") << "the block stays for the tokens";
+}
+
+TEST(Scanner, FollowsItsFile) {
+  Tree tree;
+  tree.File("f", "one two");
+  FileObject* other = FileOpen(nullptr, tree.Path("g").c_str(), FO_MAPPED | 18);
+  ASSERT_NE(ScanOpen(tree.Path("f").c_str(), FO_MAPPED | 2, code), nullptr);
+  EXPECT_EQ(CurrentFile, other);
+  Scanner* scanner = CurrentScanner;
+  FileObject* file = scanner->pFile;
+  EXPECT_EQ(ScanGet(kName)->nLength, 3u);
+  EXPECT_EQ(FileObjAppendf(file, " three"), 6);
+  EXPECT_EQ(ScanPending, nullptr);  // what a refresh does
+  EXPECT_EQ(Texts(), "one two three");
+  // Another scanner is current while the file shrinks below the position.
+  ASSERT_NE(ScanText("abc", 3, code), nullptr);
+  Scanner* text = CurrentScanner;
+  EXPECT_EQ(FileObjResize(file, -9), 0);
+  EXPECT_EQ(CurrentScanner, text);
+  EXPECT_EQ(scanner->pPosition, file->pView + 4);
+  ScanSelect(scanner);
+  EXPECT_EQ(ScanGet(kScanAny)->nId, kScanEnd);
+  EXPECT_EQ(ScanRewind(), 0);
+  EXPECT_EQ(Texts(), "one ");
+  // A file that is not mapped any more has no text, until it is again.
+  CurrentFile = file;
+  EXPECT_EQ(FileMap(0), 0);
+  EXPECT_EQ(ScanRewind(), 0);
+  EXPECT_EQ(Texts(), "");
+  EXPECT_EQ(FileMap(4), 0);
+  EXPECT_EQ(ScanRewind(), 0);
+  EXPECT_EQ(Texts(), "one ");
+  // The file takes the scanner with it, and no other; the current file stays.
+  CurrentFile = other;
+  EXPECT_EQ(FileObjClose(file), 0u);
+  EXPECT_EQ(CurrentFile, other);
+  EXPECT_EQ(ClassLists[kScanClass], &text->header);
+  EXPECT_EQ(tree.Read("f"), "one ");
+  // And the scanner its file.
+  EXPECT_EQ(ScanAttachFile(text, other), text);
+  EXPECT_EQ(ScanAttachFile(text, other), text);
+  EXPECT_EQ(other->pScanner, reinterpret_cast<FileScanner*>(text));
+  Release();
+  EXPECT_EQ(ClassLists[kFileClass], nullptr);
+  EXPECT_EQ(CurrentFile, nullptr);
+  EXPECT_EQ(ClearedTrail(), "");
+}
+
+// Two scanners of one file, and two files of one scanner: whichever goes first, the others forget
+// it.
+TEST(Scanner, CrossedLinksAreCleared) {
+  Tree tree;
+  tree.File("f", "one");
+  tree.File("g", "two");
+  std::string name = tree.Path("f"), other = tree.Path("g");
+  for (bool fileFirst : {true, false}) {
+    FileObject* file = FileOpen(nullptr, name.c_str(), FO_MAPPED | FO_READ);
+    Scanner* a = ScanAttachFile(nullptr, file);
+    Scanner* b = ScanAttachFile(nullptr, file);
+    if (fileFirst) {
+      FileClass(reinterpret_cast<uintptr_t>(file));  // and b
+    } else {
+      ScanClass(reinterpret_cast<uintptr_t>(b));  // and the file
+    }
+    EXPECT_EQ(ClassLists[kScanClass], &a->header);
+    EXPECT_EQ(ClassLists[kFileClass], nullptr);
+    EXPECT_EQ(a->pFile, nullptr);
+    ScanSelect(a);
+    EXPECT_EQ(ScanDefine(code, 0), 0);
+    EXPECT_EQ(Texts(), "");
+    Release();
+  }
+  FileObject* file = FileOpen(nullptr, name.c_str(), FO_STREAMED | 18);
+  FileObject* second = FileOpen(nullptr, other.c_str(), FO_MAPPED | FO_READ);
+  Scanner* scanner = ScanAttachFile(nullptr, file);
+  EXPECT_EQ(ScanAttachFile(scanner, second), scanner);
+  EXPECT_EQ(ScanDefine(code, 0), 0);
+  EXPECT_EQ(Texts(), "two");
+  EXPECT_EQ(FileObjResize(file, 1), 0);  // of no concern to its former scanner
+  Release();
+  EXPECT_EQ(ClassLists[kFileClass], &file->header);
+  EXPECT_EQ(file->pScanner, nullptr);
+  // A companion goes with the scanner, even one that takes the scanner with it.
+  FileObject* companion = FileOpen(nullptr, other.c_str(), FO_STREAMED | FO_READ);
+  scanner = ScanAttachFile(nullptr, companion);
+  scanner->pFile = file;
+  scanner->pCompanion = &companion->header;
+  Release();
+  EXPECT_EQ(ClassLists[kScanClass], nullptr);
+  EXPECT_EQ(ClassLists[kFileClass], nullptr);
+  EXPECT_EQ(ClearedTrail(), "");
+}
+
+TEST(Scanner, FailuresHaveTheirCodes) {
+  Tree tree;
+  tree.File("f", "text");
+  EXPECT_EQ(ScanOpen(tree.Path("none").c_str(), FO_READ | FO_MAPPED, code), nullptr);
+  EXPECT_EQ(ErrLine, 619);
+  EXPECT_EQ(ClearedTrail(), "01:11");
+  EXPECT_EQ(ScanOpen(tree.Path("f").c_str(), FO_READ | FO_MAPPED, nullptr), nullptr);
+  EXPECT_EQ(ErrLine, 623);
+  EXPECT_EQ(ClearedTrail(), "03.01");
+  Release();
+  uint32_t junk[64] = {1};
+  EXPECT_EQ(ScanSelect(junk), nullptr);
+  EXPECT_EQ(ClearedTrail(), "1000.04");
+  EXPECT_EQ(ScanAttachFile(nullptr, reinterpret_cast<FileObject*>(junk)), nullptr);
+  EXPECT_EQ(ErrLine, 593);
+  EXPECT_EQ(ClearedTrail(), "01.1000.04");
+  EXPECT_EQ(ScanText(reinterpret_cast<const char*>(16), 5, code), nullptr);
+  EXPECT_EQ(ErrLine, 630);
+  EXPECT_EQ(ClearedTrail(), "01");
+  EXPECT_EQ(ScanText("text", 4, nullptr), nullptr);
+  EXPECT_EQ(ErrLine, 632);
+  EXPECT_EQ(ClearedTrail(), "03.01");
+  Release();
+  EXPECT_EQ(ClassLists[kScanClass], nullptr);
+  // Memory of the caller's, and the end of the process with everything in use.
+  alignas(Scanner) char memory[sizeof(Scanner)] = {};
+  EXPECT_EQ(static_cast<void*>(ScanSelect(memory)), memory);
+  EXPECT_EQ(ScanDefine(code, 0), 0);
+  EXPECT_EQ(
+      ScanAttachFile(memory, FileObjOpen(nullptr, tree.Path("f").c_str(), FO_READ | FO_MAPPED)),
+      CurrentScanner);
+  EXPECT_EQ(Texts(), "text");
+  EXPECT_EQ(ClsGarbage(0), 0u);
+  EXPECT_EQ(memory[0], 0);
+}
+
+TEST(Scanner, EveryAllocationMayFail) {
+  Tree tree;
+  tree.File("f", "if one == 2\n");
+  std::string name = tree.Path("f");
+  ErrRaise("test", 1, 1);
+  ErrClear();
+  for (uint32_t mode : {FO_STREAMED, FO_STREAM_BUFFER}) {
+    bool failed = true;
+    for (int64_t number = 1; failed; ++number) {
+      {
+        tavrix_test::AllocationFault fault(number);
+        if (ScanOpen(name.c_str(), FO_READ | mode, code)) {
+          while (ScanStatus != kScanEnd && ScanGet(kScanAny)) ScanRun(kName);
+          ScanSetValue("value", 5);
+        }
+        failed = fault.Hit();
+      }
+      EXPECT_EQ(ErrCurrent->nCount > 0, failed) << number;
+      ErrClear();
+      if (CurrentScanner) Release();
+      if (CurrentFile) FileClass(0);
+      EXPECT_EQ(ClassLists[kScanClass], nullptr);
+    }
+  }
+  ClsGarbage(0);
+}
+
+}  // namespace
+}  // namespace quern
