@@ -53,11 +53,13 @@ int32_t SysShutdown() {
   return 0;
 }
 
+bool TraceHeard(int32_t level) {
+  return (TraceLevel < 0 || level <= TraceLevel) && (TraceFile || DebugOutputHeard());
+}
+
 int32_t Trace(int32_t level, const char* format, ...) {
-  bool everything = TraceLevel < 0;
-  if (!everything && level > TraceLevel) return 0;
-  if (!TraceFile && !DebugOutputHeard()) return 0;
-  if (everything && (level & TraceLevel & INT32_MAX)) level = 0;
+  if (!TraceHeard(level)) return 0;
+  if (TraceLevel < 0 && (level & TraceLevel & INT32_MAX)) level = 0;
   char line[kTraceLine];
   line[0] = '\0';
   int prefix = 0;

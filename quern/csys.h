@@ -33,4 +33,7 @@ extern FILE* TraceFile;  // receives the lines; null, the default, means the deb
 // 0, and gets none. A line has at most 1023 bytes; what is longer is cut.
 int32_t Trace(int32_t level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+// Whether a line of the level would be written: for callers whose arguments take time to make.
+bool TraceHeard(int32_t level);
+
 }  // namespace quern

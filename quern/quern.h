@@ -45,6 +45,7 @@ inline constexpr uint32_t kCslClass = 7;
 inline constexpr uint32_t kFileClass = 8;
 inline constexpr uint32_t kFinderClass = 9;
 inline constexpr uint32_t kScanClass = 10;
+inline constexpr uint32_t kFmtClass = 15;
 
 // --- messages ------------------------------------------------------------------------------------
 

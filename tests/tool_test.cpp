@@ -127,6 +127,45 @@ TEST(Tool, EditsFiles) {
   Expect("walk \"" + tree.Path() + "\" *.c", 0, "5\n  1 d\n6\n5\n  5\n    2 x.c\n  6\n6\n");
 }
 
+TEST(Tool, ScansFiles) {
+  Tree tree;
+  std::string text =
+      "int a_1 =\t0x1Fu;\n"
+      "s = \"//\\n\"; // it's\n"
+      "/*\v*/ p->x >>= '\\n' \"open\n"
+      "\x01@\xC3\xA4";
+  tree.File("f", text);
+  std::string file = "\"" + tree.Path("f") + "\"";
+  std::string tokens =
+      "1:1 name int\n1:4 blank  \n1:5 name a_1\n1:8 blank  \n1:9 operator =\n1:10 blank \\t\n"
+      "1:11 number 0x1Fu\n1:16 operator ;\n1:17 line-end \\n\n"
+      "2:1 name s\n2:2 blank  \n2:3 operator =\n2:4 blank  \n2:5 string \"//\\\\n\"\n"
+      "2:11 operator ;\n2:12 blank  \n2:13 line-comment // it's\n2:20 line-end \\n\n"
+      "3:1 comment /*\n3:3 blank \\v\n3:4 comment */\n3:6 blank  \n3:7 name p\n3:8 operator ->\n"
+      "3:10 name x\n3:11 blank  \n3:12 operator >>=\n3:15 blank  \n3:16 character '\\\\n'\n"
+      "3:20 blank  \n3:21 other \"\n3:22 name open\n3:26 line-end \\n\n"
+      "4:1 other \\001\n4:2 other @\n4:3 name \xC3\xA4\n";
+  for (const char* source : {"", " --stream", " --mapped"})
+    Expect("scan " + file + source, 0, tokens);
+
+  tree.File("f.ini", "; [a]\r\n[a b]\r\nx.y=\"1;\" [c]\n\n]");
+  std::string ini = "scan --table ini \"" + tree.Path("f.ini") + "\"";
+  Expect(ini, 0,
+         "1:1 comment ; [a]\n1:6 line-end \\r\\n\n2:1 section [a b]\n2:6 line-end \\r\\n\n"
+         "3:1 name x.y\n3:4 equals =\n3:5 string \"1;\"\n3:9 blank  \n3:10 other [\n3:11 name c\n"
+         "3:12 other ]\n3:13 line-end \\n\n4:1 line-end \\n\n5:1 other ]\n");
+  Expect(ini + " --count", 0,
+         "line-end 4 6\nblank 1 1\nname 2 4\nstring 1 4\nother 3 3\nsection 1 5\ncomment 1 5\n"
+         "equals 1 1\n");
+
+  std::string none = "scan \"" + tree.Path("none") + "\"";
+  for (const char* source : {"", " --stream", " --mapped"}) {
+    Result result = Tavrix(none + source);
+    EXPECT_EQ(result.code, 1) << source;
+    EXPECT_TRUE(result.output.starts_with("tavrix: error ")) << source << result.output;
+  }
+}
+
 TEST(Tool, TellsTheTime) {
   Result stamp = Tavrix("stamp");
   EXPECT_EQ(stamp.code, 0);
@@ -154,10 +193,27 @@ TEST(Tool, RunsPrograms) {
 }
 
 TEST(Tool, WrongOptionsGetOneLine) {
-  for (const char* wrong :
-       {"", "nonsense", "list", "list x --bogus", "list x --recurse=deep", "length", "compare a b",
-        "compare a b x", "span a b 0", "span a b 9", "list x --flags 0x100000000",
-        "list x --flags -1", "error x", "error 1 2", "stamp 16", "time", "expand", "progress"}) {
+  for (const char* wrong : {"",
+                            "nonsense",
+                            "list",
+                            "list x --bogus",
+                            "list x --recurse=deep",
+                            "length",
+                            "compare a b",
+                            "compare a b x",
+                            "span a b 0",
+                            "span a b 9",
+                            "list x --flags 0x100000000",
+                            "list x --flags -1",
+                            "error x",
+                            "error 1 2",
+                            "stamp 16",
+                            "time",
+                            "expand",
+                            "progress",
+                            "scan",
+                            "scan x --table d",
+                            "scan x --stream --mapped"}) {
     Result result = Tavrix(wrong);
     EXPECT_EQ(result.code, 2) << wrong;
     EXPECT_EQ(result.output.find('\n'), result.output.size() - 1) << wrong << ": " << result.output;

@@ -16,8 +16,7 @@ constexpr char kModule[] = "cscan";
 constexpr uint32_t kImproper = 34;  // messages
 constexpr uint32_t kNotWritable = 36;
 
-constexpr uint32_t kDefined = 16;  // turns the kinds 1 to 4 into those that are matched
-constexpr uint32_t kFolded = 32;
+constexpr uint32_t kDefined = 16;           // turns the kinds 1 to 4 into those that are matched
 constexpr uint32_t kMaskedTable = 0x10000;  // the mode of a table with masks
 
 char Upper(char c) { return static_cast<char>(toupper(static_cast<unsigned char>(c))); }
@@ -77,7 +76,7 @@ void Normalise(ScanDef* record, uint32_t number, uint32_t* previous) {
     default:
       ErrRaiseText(kModule, 774, 4, kImproper, number, text);
   }
-  if (record->fFlags & kFolded) Fold(text, length, number);
+  if (record->fFlags & SCAN_FOLDED) Fold(text, length, number);
   record->nLength = length;
 }
 

@@ -29,6 +29,7 @@ inline constexpr uint32_t SCAN_SET_FOLD = 35;     // the first byte of the patte
                                                   // case; the others are never looked at
 inline constexpr uint32_t SCAN_RANGES_FOLD = 36;  // within a pair or its upper-case form; the byte
                                                   // of the text is taken as it stands
+inline constexpr uint32_t SCAN_FOLDED = 32;       // in all folded kinds
 inline constexpr uint32_t SCAN_KIND = 0xFF;
 
 inline constexpr uint32_t SCAN_MASKED = 0x10000;  // in the first record of a symbol with masks; set

@@ -107,24 +107,66 @@ void ForEachSymbol(ScanDef** index, const ScanDef* table, const ScanDef* end, Ta
     if (at->nId > 0 && index[at->nId] == at) take(at);
 }
 
-// Fills a group, whose tables follow `*room`, and moves that on.
-void Describe(const ScanForm& form, const ScanDef* first, ScanGroup* group, char** room) {
+// Whether it takes part behind a piece of a token.
+bool IsForLater(const ScanDef& record) {
+  uint32_t mask = record.fFlags & SCAN_MASK;
+  return mask == 0 || (mask & ~(SCAN_FIRST | SCAN_LINE_FIRST)) != 0;
+}
+
+// The only byte of a set; -1 when there are others.
+int32_t Sole(const ByteSet& set) {
+  int32_t sole = -1;
+  for (int byte = 0; byte < 256; ++byte) {
+    if (!set.Has(static_cast<uint8_t>(byte))) continue;
+    if (sole >= 0) return -1;
+    sole = byte;
+  }
+  return sole;
+}
+
+// Bytes of the tables of a group.
+size_t TablesOf(const ScanDef* first) {
+  const ScanDef* end = EndOf(first);
+  Nature nature = NatureOf(first, end);
+  if (nature.list) return 0;
+  size_t members = nature.run ? 0 : static_cast<size_t>(end - first) * sizeof(ByteSet);
+  return members + 256 * sizeof(ScanMoment);
+}
+
+// Fills a group, whose tables begin at `room`.
+void Describe(const ScanForm& form, const ScanDef* first, ScanGroup* group, char* room) {
+  group->nId = first->nId;
+  group->masked = (first->fFlags & SCAN_MASKED) != 0;
   group->pFirst = first;
   group->pEnd = EndOf(first);
   Nature nature = NatureOf(first, group->pEnd);
-  auto* members = nature.run || nature.list ? nullptr : reinterpret_cast<ByteSet*>(*room);
-  if (members) *room += static_cast<size_t>(group->pEnd - first) * sizeof(ByteSet);
-  auto* run = nature.run ? reinterpret_cast<ScanMoment*>(*room) : nullptr;
-  if (run) *room += 256 * sizeof(ScanMoment);
+  auto* pieces = nature.list ? nullptr : reinterpret_cast<ScanMoment*>(room);
+  auto* members = nature.list || nature.run ? nullptr : reinterpret_cast<ByteSet*>(pieces + 256);
+  group->pPieces = pieces;
   group->pMembers = members;
-  group->pRun = run;
+  bool before = true;  // everything else that takes part behind a piece
   for (const ScanDef* record = first; record != group->pEnd; ++record) {
     ByteSet starts = Starts(form, *record);
-    if (members) members[record - first] = starts;
     for (int i = 0; i < 4; ++i) group->starts.words[i] |= starts.words[i];
-    if (!run) continue;
+    if (members) members[record - first] = starts;
+    if (!IsSet(*record) && IsForLater(*record)) before = false;
+    if (!pieces || !before || !IsSet(*record)) continue;
     for (int byte = 0; byte < 256; ++byte)
-      if (starts.Has(static_cast<uint8_t>(byte))) run[byte] |= WhenOf(*record);
+      if (starts.Has(static_cast<uint8_t>(byte))) pieces[byte] |= WhenOf(*record);
+  }
+  group->sole = Sole(group->starts);
+}
+
+// Calls `take` with the first bytes and tries of a symbol of texts alone.
+template <typename Take>
+void ForEachText(const ScanForm& form, const ScanGroup& group, Take take) {
+  for (const ScanDef* record = group.pFirst; record != group.pEnd; ++record) {
+    ByteSet starts = Starts(form, *record);
+    bool exact = !(record->fFlags & SCAN_FOLDED) && record->nLength > 1;
+    auto second = static_cast<int16_t>(exact ? static_cast<uint8_t>(record->pText[1]) : -1);
+    for (int byte = 0; byte < 256; ++byte)
+      if (starts.Has(static_cast<uint8_t>(byte)))
+        take(byte, ScanTry{&group, record, WhenOf(*record), second, ScanWay::kText});
   }
 }
 
@@ -133,26 +175,18 @@ template <typename Take>
 void ForEachTry(const ScanForm& form, Take take) {
   for (uint32_t i = 0; i < form.nGroups; ++i) {
     const ScanGroup& group = form.pGroups[i];
-    if (!group.pRun && !group.pMembers) {
-      for (const ScanDef* record = group.pFirst; record != group.pEnd; ++record) {
-        ByteSet starts = Starts(form, *record);
-        for (int byte = 0; byte < 256; ++byte)
-          if (starts.Has(static_cast<uint8_t>(byte)))
-            take(byte, ScanTry{record, &group, WhenOf(*record), ScanWay::kText});
-      }
+    if (!group.pPieces) {
+      ForEachText(form, group, take);
       continue;
     }
     for (int byte = 0; byte < 256; ++byte) {
       if (!group.starts.Has(static_cast<uint8_t>(byte))) continue;
-      ScanMoment when = 0;
-      if (group.pRun) {
-        when = group.pRun[byte];
-      } else {
-        for (const ScanDef* record = group.pFirst; record != group.pEnd; ++record)
-          if (group.pMembers[record - group.pFirst].Has(static_cast<uint8_t>(byte)))
-            when |= WhenOf(*record);
-      }
-      take(byte, ScanTry{nullptr, &group, when, group.pRun ? ScanWay::kRun : ScanWay::kWalk});
+      ScanMoment when = group.pPieces[byte];
+      for (const ScanDef* record = group.pFirst; group.pMembers && record != group.pEnd; ++record)
+        if (group.pMembers[record - group.pFirst].Has(static_cast<uint8_t>(byte)))
+          when |= WhenOf(*record);
+      ScanWay way = group.pMembers ? ScanWay::kWalk : ScanWay::kPieces;
+      take(byte, ScanTry{&group, nullptr, when, -1, way});
     }
   }
 }
@@ -178,17 +212,11 @@ void ScanFreeIndex(ScanDef** index) {
 
 bool ScanCompile(ScanDef** index, const ScanDef* table, const ScanDef* end) {
   ScanForm* form = reinterpret_cast<ScanForm*>(index) - 1;
-  form->complete = end->nId == 0;
+  form->pTable = end->nId == 0 ? table : nullptr;
   uint64_t tables = 0;  // bytes
   ForEachSymbol(index, table, end, [&](const ScanDef* first) {
     ++form->nGroups;
-    const ScanDef* behind = EndOf(first);
-    Nature nature = NatureOf(first, behind);
-    if (nature.run) {
-      tables += 256 * sizeof(ScanMoment);
-    } else if (!nature.list) {
-      tables += static_cast<size_t>(behind - first) * sizeof(ByteSet);
-    }
+    tables += TablesOf(first);
   });
   uint64_t size = form->nGroups * uint64_t{sizeof(ScanGroup)} + tables;
   if (size >= PTRDIFF_MAX) return false;
@@ -196,8 +224,10 @@ bool ScanCompile(ScanDef** index, const ScanDef* table, const ScanDef* end) {
   if (!form->pGroups) return false;
   ScanGroup* group = form->pGroups;
   char* room = reinterpret_cast<char*>(form->pGroups + form->nGroups);
-  ForEachSymbol(index, table, end,
-                [&](const ScanDef* first) { Describe(*form, first, group++, &room); });
+  ForEachSymbol(index, table, end, [&](const ScanDef* first) {
+    Describe(*form, first, group++, room);
+    room += TablesOf(first);
+  });
   uint64_t count = 0;
   ForEachTry(*form, [&](int byte, const ScanTry&) { ++form->begin[byte + 1], ++count; });
   if (count > INT32_MAX) return false;

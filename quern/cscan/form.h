@@ -34,31 +34,35 @@ inline bool ScanIsWord(const ScanDef& record) {
 
 // The records of a symbol.
 struct ScanGroup {
+  int32_t nId;
+  bool masked;  // the mode is that of the scanner; else 0
   const ScanDef* pFirst;
   const ScanDef* pEnd;  // behind the last one
-  ByteSet starts;       // bytes that a token may begin with in some mode
-  // Of a symbol of sets and ranges alone: when each byte is a piece. Else null.
-  const ScanMoment* pRun;
-  // Of a symbol whose records depend on each other: the members of each record's set or ranges.
-  const ByteSet* pMembers;
+  // When each byte is a piece behind another one, as far as sets and ranges say that stand in front
+  // of everything else that could take part there. Null for texts alone.
+  const ScanMoment* pPieces;
+  const ByteSet* pMembers;  // of each record's set or ranges; null where nothing else is there
+  ByteSet starts;           // bytes that a token may begin with in some mode
+  int32_t sole;             // the only one of them; -1 when there are others
 };
 
 // A way for a symbol to begin with a certain byte, at certain moments.
 enum class ScanWay : uint8_t {
-  kText,  // a record by itself: a word, or an unmasked string
-  kRun,   // pRun
-  kWalk,  // all records in turn
+  kText,    // a record by itself: a word, or an unmasked string
+  kPieces,  // sets and ranges alone
+  kWalk,    // records that depend on each other
 };
 struct ScanTry {
-  const ScanDef* pRecord;  // of kText
   const ScanGroup* pGroup;
+  const ScanDef* pRecord;  // of kText
   ScanMoment when;
+  int16_t second;  // of kText: the byte that must follow; -1 when it does not matter
   ScanWay way;
 };
 
 // Owned by the scanner, in front of its index.
 struct ScanForm {
-  bool complete;  // it holds all symbols of the table
+  const ScanDef* pTable;  // whose symbols it holds; null when it holds some of them only
   uint8_t upper[256];
   uint32_t nGroups;
   ScanGroup* pGroups;   // in table order

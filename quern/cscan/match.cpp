@@ -70,18 +70,16 @@ const char* MatchText(const ScanForm& form, const ScanDef& record, const char* a
   return ScanIsWord(record) && at != end && IsWordByte(*at) ? nullptr : at;
 }
 
-// A symbol of sets and ranges alone, whose first byte is a piece.
-Outcome MatchRun(const ScanGroup& group, const Place& place, uint32_t mode) {
-  mode = Continued(mode);
-  ScanMoment when = ScanWhen(mode);
-  const ScanMoment* run = group.pRun;
-  const char* at = place.start + 1;
-  while (at != place.end && (run[ByteAt(at)] & when)) ++at;
-  return {at, at == place.end ? group.pFirst : group.pEnd, mode};
+// Where pieces end that a table has for a moment.
+inline const char* Behind(const ScanMoment* pieces, ScanMoment when, const char* at,
+                          const char* end) {
+  while (at != end && (pieces[ByteAt(at)] & when)) ++at;
+  return at;
 }
 
 // A symbol whose records depend on each other.
-Outcome MatchWalk(const ScanForm& form, const ScanGroup& group, const Place& place, uint32_t mode) {
+[[gnu::noinline]] Outcome MatchWalk(const ScanForm& form, const ScanGroup& group,
+                                    const Place& place, uint32_t mode) {
   const char* at = place.start;
   const ScanDef* record = group.pFirst;
   while (record != group.pEnd && at != place.end) {
@@ -110,6 +108,8 @@ Outcome MatchWalk(const ScanForm& form, const ScanGroup& group, const Place& pla
         if (group.pMembers[record - group.pFirst].Has(ByteAt(at))) {
           ++at;
           mode = Continued(mode);
+          if (!(mode & (SCAN_FIRST | SCAN_LINE_FIRST)))
+            at = Behind(group.pPieces, ScanWhen(mode), at, place.end);
           record = group.pFirst;
         } else {
           ++record;
@@ -121,24 +121,6 @@ Outcome MatchWalk(const ScanForm& form, const ScanGroup& group, const Place& pla
     }
   }
   return {at, record, mode};
-}
-
-// Tries what may begin with the byte that stands there.
-inline Outcome Try(const ScanForm& form, const ScanTry& way, const Place& place) {
-  const ScanGroup& group = *way.pGroup;
-  uint32_t mode = group.pFirst->fFlags & SCAN_MASKED ? place.mode : 0;
-  Outcome none = {place.start, nullptr, mode};
-  if (!(way.when & ScanWhen(mode))) return none;
-  switch (way.way) {
-    case ScanWay::kText: {
-      const char* behind = MatchText(form, *way.pRecord, place.start, place.end);
-      return behind ? Outcome{behind, way.pRecord, mode} : none;
-    }
-    case ScanWay::kRun:
-      return MatchRun(group, place, mode);
-    default:
-      return MatchWalk(form, group, place, mode);
-  }
 }
 
 Place PlaceOf(const Scanner& scanner) {
@@ -157,14 +139,32 @@ ScanToken* TokenRecord() {
 ScanToken* FirstOf(Scanner* scanner, const ScanForm& form, const ScanTry* way, const ScanTry* end) {
   const Place place = PlaceOf(*scanner);
   for (; way != end; ++way) {
-    Outcome outcome = Try(form, *way, place);
-    if (outcome.end == place.start) continue;
-    int32_t id = way->pGroup->pFirst->nId;
+    const ScanGroup& group = *way->pGroup;
+    const uint32_t mode = group.masked ? place.mode : 0;
+    if (!(way->when & ScanWhen(mode))) continue;
+    Outcome outcome;
+    switch (way->way) {
+      case ScanWay::kText:
+        if (way->second >= 0 &&
+            (place.end - place.start < 2 || ByteAt(place.start + 1) != way->second))
+          continue;
+        outcome = {MatchText(form, *way->pRecord, place.start, place.end), way->pRecord, mode};
+        if (!outcome.end) continue;
+        break;
+      case ScanWay::kPieces:
+        outcome.mode = Continued(mode);
+        outcome.end = Behind(group.pPieces, ScanWhen(outcome.mode), place.start + 1, place.end);
+        outcome.stop = outcome.end == place.end ? group.pFirst : group.pEnd;
+        break;
+      default:
+        outcome = MatchWalk(form, group, place, mode);
+        if (outcome.end == place.start) continue;
+    }
     if (outcome.mode != 0)
-      scanner->nMode = outcome.mode & (id == kScanBlank ? kKeptByBlank : kKept);
+      scanner->nMode = outcome.mode & (group.nId == kScanBlank ? kKeptByBlank : kKept);
     ScanToken* token = TokenRecord();
     token->pStart = place.start;
-    token->nId = id;
+    token->nId = group.nId;
     token->nLength = static_cast<uint32_t>(outcome.end - place.start);
     token->nValue = outcome.stop->nValue;
     return token;
@@ -220,7 +220,8 @@ ScanToken* ScanSymbol(int32_t id) {
 ScanToken* ScanFirstSymbol() {
   Scanner* scanner = CurrentScanner;
   const ScanForm* form = ScanFormOf(scanner->pIndex);
-  if (form && form->complete && scanner->cbfMatch == ScanSymbol && IsWithin(*scanner)) {
+  bool whole = form && scanner->pTable && form->pTable == scanner->pTable;
+  if (whole && scanner->cbfMatch == ScanSymbol && IsWithin(*scanner)) {
     const uint32_t* begin = form->begin + ByteAt(scanner->pPosition);
     return FirstOf(scanner, *form, form->pTries + begin[0], form->pTries + begin[1]);
   }
@@ -240,10 +241,14 @@ uint32_t ScanHopeless(int32_t id) {
   bool known = form && scanner.cbfMatch == ScanSymbol && id >= 0 && id <= scanner.nHighest &&
                scanner.pIndex[id] && IsWithin(scanner);
   if (!known) return 0;
-  const ByteSet& starts = GroupOf(*form, scanner.pIndex[id]).starts;
+  const ScanGroup& group = GroupOf(*form, scanner.pIndex[id]);
   const char* end = scanner.mbSource.pData + scanner.mbSource.nSize;
   const char* at = scanner.pPosition;
-  while (at != end && !starts.Has(ByteAt(at))) ++at;
+  if (group.sole >= 0) {
+    auto* hit = static_cast<const char*>(memchr(at, group.sole, static_cast<size_t>(end - at)));
+    at = hit ? hit : end;
+  }
+  while (at != end && !group.starts.Has(ByteAt(at))) ++at;
   return static_cast<uint32_t>(at - scanner.pPosition);
 }
 

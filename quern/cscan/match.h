@@ -19,14 +19,14 @@ namespace quern {
 // A word character is a letter 'a' to 'z', a digit, '_', and everything from 'Z' to 0x7F: the other
 // capitals are none, on purpose.
 //
-// Ids above the scanner's nHighest stand for its status (kScanEnd). An id without records raises 1;
-// a record whose kind does not exist ends the process.
+// Ids above the scanner's nHighest stand for its status (kScanEnd). An id without records raises 1
+// (a negative one does not); a record whose kind does not exist ends the process.
 ScanToken* ScanSymbol(int32_t id);
 
 // --- for the rooms of this module ----------------------------------------------------------------
 
 // The token of the first symbol of the table, in its order, that the match function of the current
-// scanner finds; null when it finds none.
+// scanner finds; null when it finds none. Nothing must be pending.
 ScanToken* ScanFirstSymbol();
 
 // How many bytes from the position on cannot begin a symbol of the current scanner, as far as

@@ -19,6 +19,16 @@ ScanToken* Found(ScanToken* token) {
   return token;
 }
 
+// ScanAdvance, with the usual case in place.
+inline void Step(Scanner* scanner, uint32_t length) {
+  auto offset = static_cast<size_t>(scanner->pPosition - scanner->mbSource.pData) + length;
+  if (offset < scanner->mbSource.nSize) {
+    scanner->pPosition += length;
+  } else {
+    ScanAdvance(length);
+  }
+}
+
 void Forget(ptrdiff_t delta) {
   ScanAdvance(delta);
   ScanPending = nullptr;
@@ -124,7 +134,7 @@ ScanToken* ScanGet(int32_t id) {
       break;
   }
   if (ScanPending) {
-    ScanAdvance(ScanPending->nLength);
+    Step(scanner, ScanPending->nLength);
     if (ScanPending->nId == kScanLineEnd) {
       scanner->pLine = scanner->pPosition;
       scanner->nColumn = 0;
@@ -140,8 +150,9 @@ ScanToken* ScanGet(int32_t id) {
 
 ScanToken* ScanMatch(int32_t id) {
   if (!CurrentScanner || ScanStatus == kScanEnd) return nullptr;
+  ScanToken* token = Match(*CurrentScanner, id);
   ScanStatus = 0;
-  return Found(Match(*CurrentScanner, id));
+  return Found(token);
 }
 
 ScanToken* ScanRun(int32_t id) {

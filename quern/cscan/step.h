@@ -19,7 +19,8 @@ inline constexpr int32_t kScanTake = 9006;     // steps over the pending token
 inline constexpr int32_t kScanRefresh = 9007;  // looks where the position is in a changed text
 
 // Steps over the pending token; its line end (symbol 1) counts a line. Then the token of the symbol
-// there, or null.
+// there, or null. Where the step comes to the end of the text it is null for every id but kScanEnd,
+// also for kScanAny, which gives the token of the end only when nothing was pending.
 ScanToken* ScanGet(int32_t id);
 
 // The token of a symbol at the position, without a step; null at the end of the text.

@@ -9,6 +9,7 @@
 void AddConsoleCommands(CLI::App& app, int& result);  // colors, progress, expand
 void AddFileCommands(CLI::App& app, int& result);     // edit, append, companion, walk
 void AddListCommand(CLI::App& app, int& result);      // list
+void AddScanCommand(CLI::App& app, int& result);      // scan
 void AddStringCommands(CLI::App& app, int& result);   // compare, span, cspan, length
 void AddSystemCommands(CLI::App& app, int& result);   // run, open, error
 void AddTimeCommands(CLI::App& app, int& result);     // stamp, time

@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
     AddConsoleCommands(app, result);
     AddFileCommands(app, result);
     AddListCommand(app, result);
+    AddScanCommand(app, result);
     AddStringCommands(app, result);
     AddSystemCommands(app, result);
     AddTimeCommands(app, result);

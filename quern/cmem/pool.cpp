@@ -1,0 +1,123 @@
+#include "quern/cmem/pool.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "quern/cerr.h"
+
+namespace quern {
+namespace {
+
+constexpr char kModule[] = "cmem";
+
+constexpr uint32_t kHeader = sizeof(PoolChunk);
+
+PoolChunk* ChunkOf(const MemBuf* buf) { return reinterpret_cast<PoolChunk*>(buf->pData); }
+
+// Gives the buffer a block for a header and `n` bytes, and clears the header.
+bool MakeChunk(MemBuf* buf, uint32_t n) {
+  bool fits = n <= UINT32_MAX - kHeader;
+  if (!MemBufSet(buf, nullptr, fits ? n + kHeader : UINT32_MAX)) return false;
+  memset(buf->pData, 0, kHeader);
+  ChunkOf(buf)->nAlloc = buf->nAlloc;
+  return true;
+}
+
+char* AddChunk(MemBuf* buf, const void* src, uint32_t n) {
+  const MemBuf former = *buf;
+  buf->pData = nullptr;
+  buf->nAlloc = 0;
+  buf->nSize = 0;
+  if (!MakeChunk(buf, n)) {
+    *buf = former;
+    return ErrRaise(kModule, 601, 1), nullptr;
+  }
+  PoolChunk* chunk = ChunkOf(buf);
+  chunk->nUsed = buf->nSize;
+  constexpr uint32_t kSource = 16 * kHeader;
+  if (src && buf->nAlloc > kSource)
+    memcpy(buf->pData + kSource, src, std::min(n, buf->nAlloc - kSource));
+  PoolChunk* before = ChunkOf(&former);
+  MemChainLinkAfter(nullptr, &chunk->link, before ? &before->link : nullptr);
+  return buf->pData + kHeader;
+}
+
+// A piece behind the others, for which the block may have to grow and move.
+char* Append(MemBuf* buf, uint32_t n) {
+  char* piece = MemBufAdd(buf, nullptr, n);
+  const ChainLink& link = ChunkOf(buf)->link;
+  if (link.pWhere) link.pWhere->pNext = &ChunkOf(buf)->link;
+  if (link.pNext) link.pNext->pWhere = &ChunkOf(buf)->link;
+  return piece;
+}
+
+}  // namespace
+
+char* MemPoolNew(MemBuf* buf, const void* src, uint32_t n) {
+  if (!buf || !MakeChunk(buf, n)) return ErrRaise(kModule, 582, 1), nullptr;
+  if (src) memcpy(buf->pData + kHeader, src, n);
+  ChunkOf(buf)->nUsed = n;
+  return buf->pData + kHeader;
+}
+
+char* MemPoolAdd(MemBuf* buf, const void* src, uint32_t n) {
+  if (!buf) return ErrRaise(kModule, 601, 1), nullptr;
+  bool fits = buf->pData && buf->nAlloc >= uint64_t{buf->nSize} + n;
+  if (!fits) return AddChunk(buf, src, n);
+  char* piece;
+  if (uint64_t{buf->nSize} + n + kMemTerminator <= buf->nAlloc) {
+    piece = buf->pData + buf->nSize;
+    buf->nSize += n;
+    memset(piece + n, 0, kMemTerminator);
+  } else {
+    piece = Append(buf, n);
+    if (!piece) return nullptr;
+  }
+  if (src) memcpy(piece, src, n);
+  // Zeros behind as many headers as there are bytes, if they are still in the chunk.
+  uint64_t zeros = static_cast<uint64_t>(piece - buf->pData) + uint64_t{n} * kHeader;
+  if (zeros < buf->nAlloc)
+    memset(buf->pData + zeros, 0, std::min<size_t>(kMemTerminator, buf->nAlloc - zeros));
+  ChunkOf(buf)->nUsed += n;
+  return piece;
+}
+
+MemPoolInfo* MemPoolFind(const MemBuf* buf, const void* address) {
+  static MemPoolInfo info;
+  if (!buf || !buf->pData) return nullptr;
+  if (!address) address = buf->pData;
+  PoolChunk* chunk = ChunkOf(buf);
+  // Addresses are compared by their distance, which is large in front of the chunk.
+  auto offset = [address](const PoolChunk* from) {
+    return reinterpret_cast<uintptr_t>(address) - reinterpret_cast<uintptr_t>(from);
+  };
+  while (chunk && offset(chunk) >= chunk->nUsed)
+    chunk = reinterpret_cast<PoolChunk*>(chunk->link.pNext);
+  if (!chunk) return nullptr;
+  info = {buf->nAlign, chunk->nAlloc, chunk->nUsed, chunk};
+  return &info;
+}
+
+MemPoolInfo* MemPoolDel(MemBuf* buf, const void* address) {
+  MemPoolInfo* info = MemPoolFind(buf, address);
+  if (!info) return nullptr;
+  ChainLink* link = &info->pChunk->link;
+  if (!link->pNext) {
+    auto* before = reinterpret_cast<PoolChunk*>(link->pWhere);
+    buf->pData = reinterpret_cast<char*>(before);
+    // A first chunk does not count its header, over which nothing must be written.
+    buf->nSize = before ? std::max(before->nUsed, kHeader) : 0;
+    buf->nAlloc = before ? before->nAlloc : 0;
+  }
+  MemChainUnlink(nullptr, link);
+  return info;
+}
+
+void* MemPoolFree(MemBuf* buf) {
+  void* last = nullptr;
+  while (MemPoolInfo* info = MemPoolDel(buf, nullptr)) free(last = info->pChunk);
+  return last;
+}
+
+}  // namespace quern

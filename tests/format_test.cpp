@@ -1,0 +1,268 @@
+// Memory as text: hex digits, dumps and structures.
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "quern/cerr.h"
+#include "quern/cfmt.h"
+#include "quern/cobj.h"
+#include "tests/support/alloc.h"
+#include "tests/support/trail.h"
+
+namespace quern {
+namespace {
+
+using tavrix_test::ClearedTrail;
+
+// What a call prints.
+template <typename Call>
+std::string Printed(Call call) {
+  testing::internal::CaptureStdout();
+  call();
+  return testing::internal::GetCapturedStdout();
+}
+
+char Shown(char c) { return iscntrl(static_cast<unsigned char>(c)) ? '.' : c; }
+
+std::string Digits(unsigned char byte) {
+  char text[4];
+  snprintf(text, sizeof text, "%02X", byte);
+  return text;
+}
+
+// The rules of FmtHex, character by character.
+std::string Hex(const std::string& bytes, uint32_t flags) {
+  uint32_t group = flags & FMT_GROUP ? flags & FMT_GROUP : 2;
+  std::string text;
+  for (size_t at = 0; at < bytes.size();) {
+    if (flags & FMT_TEXT) text += bytes.substr(at, group) + "(";
+    if (flags & FMT_CHARS) {
+      text += Shown(bytes[at++]);
+    } else {
+      for (uint32_t digits = group; digits != 0 && at < bytes.size(); digits -= 2)
+        text += Digits(static_cast<unsigned char>(bytes[at++]));
+    }
+    if (flags & FMT_TEXT) {
+      text += ")";
+    } else if (!(flags & FMT_CHARS) && at < bytes.size()) {
+      text += " ";
+    }
+  }
+  return text;
+}
+
+TEST(Format, HexAgreesWithAModel) {
+  EXPECT_STREQ(FmtHex("Hello", 5, nullptr, 4), "4865 6C6C 6F");
+  EXPECT_STREQ(FmtHex("Hello", 5, nullptr, FMT_TEXT), "He(48)el(65)ll(6C)lo(6C)o(6F)");
+  EXPECT_STREQ(FmtHex("Hello", 0xFFFFFFFF, nullptr, 3), "48656C6C6F");
+  EXPECT_NE(CurrentFormatter->header.flags & INST_IMPLICIT, 0u);
+  std::mt19937 random(3);
+  for (int round = 0; round < 20000; ++round) {
+    std::string bytes(random() % 40, '\0');
+    // Beyond ASCII the classification of control characters is the locale's.
+    for (char& byte : bytes) byte = static_cast<char>(random() % 128);
+    const uint32_t flags = random() % 16 | (random() % 4) << 28;
+    const std::string wanted = Hex(bytes, flags);
+    auto length = static_cast<uint32_t>(bytes.size());
+    char area[800];
+    const char* text = nullptr;
+    switch (random() % 3) {
+      case 0:
+        text = FmtHex(bytes.data(), length, nullptr, flags);
+        EXPECT_EQ(CurrentFormatter->mbText.nSize, wanted.size());
+        break;
+      case 1:
+        text = FmtHex(bytes.data(), length, area, flags);
+        break;
+      default:
+        memcpy(area, bytes.data(), bytes.size());
+        text = FmtHex(area, length, area, flags);
+    }
+    ASSERT_EQ(std::string(text, wanted.size() + 1), std::string(wanted.c_str(), wanted.size() + 1))
+        << flags;
+  }
+  // A text that it has made itself.
+  const char* twice = FmtHex("abc", 3, nullptr, 0);
+  EXPECT_STREQ(FmtHex(twice, 8, nullptr, 0), "36 31 20 36 32 20 36 33");
+  EXPECT_EQ(FmtHex(nullptr, 1, nullptr, 0), nullptr);
+  EXPECT_EQ(ErrLine, 62);
+  EXPECT_EQ(ClearedTrail(), "01");
+  EXPECT_EQ(FmtHexDigit(9), '9');
+  EXPECT_EQ(FmtHexDigit(15), 'F');
+  EXPECT_EQ(FmtHexDigit(16), '?');
+}
+
+std::string Unhex(const char* text, uint32_t mode, uint32_t length = 0) {
+  char bytes[64];
+  memset(bytes, '#', sizeof bytes);
+  uint32_t count =
+      FmtUnhex(text, length ? length : static_cast<uint32_t>(strlen(text)), bytes, mode);
+  EXPECT_EQ(bytes[count], count ? '\0' : bytes[0]) << text;
+  return Hex({bytes, count}, 2);
+}
+
+TEST(Format, UnhexReadsWhatPeopleWrite) {
+  EXPECT_EQ(Unhex("4142 43", UNHEX_BYTES), "41 42 43");
+  EXPECT_EQ(Unhex("ABC", UNHEX_BYTES), "AB C0");
+  EXPECT_EQ(Unhex("A", UNHEX_BYTES), "A0");
+  EXPECT_EQ(Unhex("0x1F", UNHEX_LONG), "1F 00 00 00");
+  EXPECT_EQ(Unhex("0x1F 1Fh . ff", UNHEX_FIT), "1F 1F FF");
+  EXPECT_EQ(Unhex("123", UNHEX_FIT), "23 01");
+  EXPECT_EQ(Unhex("1 12345", UNHEX_WORDS), "01 00 45 23 01 00");
+  EXPECT_EQ(Unhex("123456789", UNHEX_LONG), "78 56 34 12 09 00 00 00");
+  EXPECT_EQ(Unhex("4142", UNHEX_BYTES, 3), "41 40");
+  EXPECT_EQ(Unhex("xxxx 1", UNHEX_FIT), "01");
+  EXPECT_EQ(Unhex("12", 0), "");
+  EXPECT_EQ(Unhex("", UNHEX_LONG), "");
+  for (uint32_t mode : {0, 2, 4, 8, 15}) EXPECT_EQ(Unhex("12 zz", mode), "");
+  char byte;
+  EXPECT_EQ(FmtUnhex(nullptr, 2, &byte, 2), 0u);
+  EXPECT_EQ(FmtUnhex("12", 2, nullptr, 2), 0u);
+  std::mt19937 random(4);
+  std::string bytes(40, '\0');
+  for (char& each : bytes) each = static_cast<char>(random());
+  std::string text = Hex(bytes, 4);
+  char back[41];
+  EXPECT_EQ(FmtUnhex(text.c_str(), static_cast<uint32_t>(text.size()), back, UNHEX_BYTES), 40u);
+  EXPECT_EQ(memcmp(back, bytes.data(), 40), 0);
+}
+
+TEST(Format, DumpsAgreeWithPrintedOnes) {
+  std::string bytes(700, '\0');
+  std::mt19937 random(5);
+  for (char& byte : bytes) byte = static_cast<char>(random() % 128);
+  for (uint32_t length : {0u, 1u, 15u, 16u, 17u, 20u, 700u}) {
+    for (uint32_t flags :
+         {0u, DUMP_OFFSET, DUMP_FILEOFFSET, DUMP_ADDRESS, DUMP_OFFSET | DUMP_ADDRESS, DUMP_HEADER,
+          DUMP_HEADER | DUMP_RULER | DUMP_OFFSET | DUMP_ADDRESS, DUMP_HEADER | DUMP_FILEOFFSET,
+          DUMP_HEADER | DUMP_ADDRESS | DUMP_RULER}) {
+      for (int32_t width : {16, 5, 40}) {
+        FmtLineBytes = width;
+        constexpr uint32_t kBase = 0xFFFFFFF0;
+        std::string wanted;
+        if (flags & DUMP_HEADER) {
+          wanted = flags & DUMP_OFFSET       ? "    Offset:"
+                   : flags & DUMP_ADDRESS    ? "   Address:"
+                   : flags & DUMP_FILEOFFSET ? "FileOffset:"
+                                             : "";
+          if (flags & DUMP_RULER)
+            wanted += "  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F  0123456789ABCDEF\n";
+        }
+        for (uint32_t at = 0; at < length; at += static_cast<uint32_t>(width)) {
+          char line[400];
+          int n = 1;
+          strcpy(line, " ");
+          auto address = reinterpret_cast<uintptr_t>(bytes.data() + at) + kBase;
+          if (flags & (DUMP_OFFSET | DUMP_FILEOFFSET)) {
+            n = sprintf(line, "0x%08X: ", at + kBase);
+          } else if (flags & DUMP_ADDRESS) {
+            n = sprintf(line, "0x%08" PRIXPTR ": ", address);
+          }
+          std::string part = bytes.substr(at, std::min<size_t>(length - at, width));
+          sprintf(line + n, "%-48s %s\n", Hex(part, 2).c_str(), Hex(part, FMT_CHARS).c_str());
+          wanted += line;
+        }
+        ASSERT_EQ(Printed([&] { FmtDump(bytes.data(), length, kBase, flags); }), wanted)
+            << length << " " << flags << " " << width;
+      }
+    }
+  }
+  FmtLineBytes = 16;
+  EXPECT_EQ(Printed([] { FmtDump("x", 0x80000000, 0, 0); }), "");
+  EXPECT_EQ(Printed([] { FmtDump(nullptr, 5, 0, 0); }), "");
+  EXPECT_EQ(ClearedTrail(), "01");
+}
+
+constexpr uint32_t kUShort = FIELD_UNSIGNED | FIELD_SHORT | 2;
+constexpr uint32_t kULong = FIELD_UNSIGNED | FIELD_LONG | 4;
+
+const FieldDesc fields[] = {
+    {1, FIELD_STRUCT, "sample", 0, 0, nullptr},
+    {2, kUShort, "wFlags", 0, 0, "a comment"},
+    {3, FIELD_BIT, "ALPHA", 1, 0, nullptr},
+    {4, FIELD_BIT, "BETA", 4, 0, nullptr},
+    {5, FIELD_CONSTANT, "LOW", 0x30, 0xF0, nullptr},
+    {6, FIELD_CHAR | FIELD_UNSIGNED | FIELD_MEMBER | 1, "first", 0, 0, nullptr},
+    {7, FIELD_CHAR | FIELD_UNSIGNED | FIELD_MEMBER | 1, "second", 0, 0, nullptr},
+    {8, FIELD_INT | FIELD_OVERLAY | 2, "both", 0, 0, nullptr},
+    {9, kULong, "dwSize", 0, 0, nullptr},
+    {10, FIELD_CONSTANT, "NOTHING", 1, 0, nullptr},
+    {11, FIELD_LONG | 8, "qwTime", 0, 0, nullptr},
+    {12, FIELD_BIT, "EIGHT", 8, 0, nullptr},
+    {13, FIELD_CHAR | 3, "gap", 0, 0, nullptr},
+    {14, FIELD_INT | FIELD_POINTER | 4, "pNext", 0, 0, "last"},
+    {15, 4, "untyped", 0, 0, nullptr},
+    {0, 0, nullptr, 0, 0, nullptr},
+};
+const unsigned char sample[] = {0x37, 0, 'a', 'b', 'c', 1, 2, 3, 0x88, 0x77, 0x66, 0x55,
+                                0x44, 3, 2,   2,   1,   1, 1, 4, 3,    2,    1,    0};
+
+std::string Struct(const FieldDesc* table, const void* data, uint32_t width) {
+  return Printed([&] { FmtStructWithin(table, data, width); });
+}
+
+TEST(Format, StructuresByField) {
+  // The members of the group are numbered behind the field that leads it, and show its value.
+  EXPECT_EQ(Struct(fields, sample, 0),
+            "\nstruct sample:\n"
+            "    ushort wFlags             = 0x0037            // a comment ALPHA|BETA LOW [2]\n"
+            "0   uchar  first              = 0x37\n"
+            "2   uchar  second             = 0x37\n"
+            "3   int    both               = 0x0037\n"
+            "    ulong  dwSize             = 0x88030201\n"
+            "    long   qwTime             = 0x4455667701020203\n"
+            "    char   gap                \n"
+            "    int*   pNext              = 0x00010203        // last\n");
+  EXPECT_EQ(FmtStructFind(fields, 9, 0), fields + 8);
+  EXPECT_EQ(FmtStructFind(fields, 0, FIELD_INT | FIELD_OVERLAY | 2), fields + 7);
+  EXPECT_EQ(FmtStructFind(fields, 99, 1)->pszName, nullptr);
+  EXPECT_EQ(FmtStructFind(nullptr, 1, 1), nullptr);
+  ErrLast = 0;
+  EXPECT_EQ(FmtStruct(nullptr, sample), 0u);
+  EXPECT_EQ(ErrLast, 1);
+  EXPECT_EQ(Struct(fields + 15, sample, 80), "\nstruct (null):\n");
+}
+
+TEST(Format, NamesWrapAtTheWidth) {
+  const FieldDesc table[] = {
+      {0, FIELD_STRUCT, "s", 0, 0, nullptr},     {0, kULong, "f", 0, 0, nullptr},
+      {0, FIELD_BIT, "ONE", 1, 0, nullptr},      {0, FIELD_BIT, "TWO", 2, 0, nullptr},
+      {0, FIELD_BIT, "FOUR", 4, 0, nullptr},     {0, FIELD_BIT, "EIGHT", 8, 0, nullptr},
+      {0, FIELD_BIT, "SIXTEEN", 16, 0, nullptr}, {0, 0, nullptr, 0, 0, nullptr}};
+  const uint32_t all = 0x7F;
+  std::string line = "\nstruct s:\n    ulong  f                  = 0x0000007f";
+  EXPECT_EQ(Struct(table, &all, 0), line + " ONE|TWO|FOUR|EIGHT|SIXTEEN [60]\n");
+  EXPECT_EQ(Struct(table, &all, 80), line + " ONE|TWO|FOUR|EIGHT|SIXTEEN [60]\n");
+  EXPECT_EQ(Struct(table, &all, 60), line + "\n        ONE|TWO|FOUR|EIGHT [60]\n");
+  EXPECT_EQ(Struct(table, &all, 24), line + "\n        TWO|FOUR|EIGHT|SIXTEEN [60]\n");
+  EXPECT_EQ(Struct(table, &all, 1),
+            line + "\n        \n        TWO\n        FOUR\n        EIGHTSIXTEEN [60]\n");
+}
+
+TEST(Format, EveryAllocationMayFail) {
+  ErrRaise("test", 1, 1);
+  ErrClear();
+  bool failed = true;
+  for (int64_t number = 1; failed; ++number) {
+    const char* text;
+    {
+      tavrix_test::AllocationFault fault(number);
+      text = FmtHex("Hello", 5, nullptr, 0);
+      failed = fault.Hit();
+    }
+    EXPECT_EQ(text == nullptr, failed);
+    EXPECT_EQ(ErrCurrent->nCount > 0, failed);
+    ErrClear();
+    FmtClass(0);
+    EXPECT_EQ(CurrentFormatter, nullptr);
+  }
+}
+
+}  // namespace
+}  // namespace quern
