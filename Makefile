@@ -11,7 +11,13 @@
 #   make bench         every benchmark, beside what a user would pick instead
 #   make coverage      line and branch coverage of the tests, in build/coverage/report
 #   make fuzz          every fuzz target for FUZZ_SECONDS (60) each
+#   make valgrind      the tests under valgrind
 #   make lint          formatting and static analysis
+#   make docs          reference pages from the headers, in build/docs
+#   make install       below DESTDIR and PREFIX (/usr/local)
+#   make test-install  installs into an empty folder and runs the examples against it
+#   make dist-windows  build/tavrix-windows.zip: the DLL, its import library, tavrix.exe, the header,
+#                      the Visual Basic module
 #   make clean         away with build/
 
 FUZZ_SECONDS ?= 60
@@ -63,6 +69,27 @@ fuzz:
 	$(call build,fuzz,fuzz)
 	@scripts/fuzz $(FUZZ_SECONDS)
 
+valgrind: linux
+	@scripts/setup valgrind
+	@scripts/valgrind
+
+docs:
+	@scripts/setup docs
+	@scripts/docs
+
+PREFIX ?= /usr/local
+install: linux
+	@cmake --install build/linux --prefix $(PREFIX)
+
+test-install: linux
+	@scripts/setup install
+	@scripts/test-install linux
+
+dist-windows: windows
+	@rm -rf build/dist && cmake --install build/windows-x86 --prefix build/dist/tavrix >/dev/null
+	@cd build/dist && cmake -E tar cf ../tavrix-windows.zip --format=zip tavrix
+	@echo build/tavrix-windows.zip
+
 lint:
 	@scripts/setup lint
 	@cmake --preset linux -Wno-dev >/dev/null
@@ -71,5 +98,5 @@ lint:
 clean:
 	rm -rf build
 
-.PHONY: all linux run test test-x86 test-asan windows test-windows bench coverage fuzz lint \
-  clean
+.PHONY: all linux run test test-x86 test-asan windows test-windows bench coverage fuzz \
+  valgrind docs install test-install dist-windows lint clean

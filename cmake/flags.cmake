@@ -13,7 +13,7 @@ if(WIN32)
 endif()
 
 # exports, quern and platform alone: no exceptions, no run-time types, and none of the assumptions
-# that would delete a loop that is ruled to be endless or a check of a pointer that was just used.
+# that would delete a loop that is endless on purpose or a check of a pointer that was just used.
 add_library(tavrix_library_flags INTERFACE)
 target_compile_options(tavrix_library_flags INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>

@@ -1,5 +1,5 @@
 // Messages of any bytes: tables, formats, texts and codes, read back as texts, in reports and in
-// lines of the trace. Nothing is done that ends the process by rule.
+// lines of the trace. Nothing is done that ends the process on purpose.
 
 #include <cstdint>
 #include <cstdio>

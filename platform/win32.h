@@ -679,3 +679,11 @@ inline size_t HeapBlockSize(void* block) { return _msize(block); }
 #else
 size_t HeapBlockSize(void* block);
 #endif
+
+// Says of memory that was not touched yet that it is going to be read and written all over, so that
+// the system may use large pages for it. Nothing else changes.
+#ifdef _WIN32
+inline void ExpectScatteredUse(void*, size_t) {}
+#else
+void ExpectScatteredUse(void* block, size_t size);
+#endif

@@ -26,9 +26,10 @@ inline constexpr uint32_t kErrEntries = 20;
 inline constexpr uint32_t ERR_SKIP =
     0x00000400;  // hidden from the trail, with all older of its level
 inline constexpr uint32_t ERR_FATAL = 0x00000800;  // a raise ends the process
-inline constexpr uint32_t ERR_TRACE = 0x00001000;  // a raise writes the report; label "Trace"
+inline constexpr uint32_t ERR_TRACE = 0x00001000;  // as ERR_WARN; label "Trace"
 inline constexpr uint32_t ERR_INFO = 0x00002000;   // label "Info "
-inline constexpr uint32_t ERR_WARN = 0x00004000;   // a raise writes the report; label "Warn."
+inline constexpr uint32_t ERR_WARN =
+    0x00004000;  // a raise writes the report, which empties the stack; label "Warn."
 inline constexpr uint32_t ERR_ERROR = 0x00008000;  // a plain error
 inline constexpr uint32_t ERR_SYSVALUE =
     0x01000000;                                     // the value is a last-error value of the system
@@ -117,8 +118,8 @@ int32_t ErrPushText(uint32_t flags, uintptr_t codeOrText);
 // memory (raised), and for a format that is no readable text.
 const char* ErrText(uint32_t code, ...);
 
-// The same with the application's table, or with a format of the caller's. A text of 512 bytes and
-// more, its terminator included, ends the process (message 6).
+// The same with the application's table, or with a format of the caller's. A text of more than 510
+// bytes ends the process (message 6).
 const char* ErrFormat(uintptr_t codeOrFormat, ...);
 
 // Reads the texts of the stack, system messages included, from the newest entry down. Entries with

@@ -140,6 +140,13 @@ bool ClsLinked(uint32_t tag, uint32_t classNumber, const void* instance) {
   return header && classNumber < kClassLists && IsLinked(header, classNumber) && header->tag == tag;
 }
 
+bool ClsAlive(const void* instance) {
+  auto* header = static_cast<const InstanceHeader*>(instance);
+  uint32_t number = 1;
+  while (number < kClassLists && !IsLinked(header, number)) ++number;
+  return header && number < kClassLists;
+}
+
 int32_t ClsDetach(uint32_t tag, void* reference) {
   if (!reference) return ErrRaise(kModule, 110, 1);
   auto** variable = static_cast<InstanceHeader**>(reference);

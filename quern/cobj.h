@@ -46,6 +46,9 @@ void* ClsAttach(uint32_t tag, void* instance, uint32_t classNumber, uint32_t siz
 // Whether `instance` is a linked instance of a class. Nothing of it is read unless it is linked.
 bool ClsLinked(uint32_t tag, uint32_t classNumber, const void* instance);
 
+// Whether it is a linked instance of any class. Nothing of it is read.
+bool ClsAlive(const void* instance);
+
 // Unlinks the instance that the variable at `reference` (a pointer of any type) holds, frees it or
 // zeroes the caller's memory, and sets the variable to null. Returns 0, or minus ErrLast after
 // raising 1 (no reference) or 2 (no instance, or another tag).

@@ -73,8 +73,8 @@ extern char SharedText[kSharedText];
 // Returns minus ErrLast, which is what functions with a signed status return.
 int32_t ErrRaise(const char* module, int32_t line, uint32_t code);
 
-// The same with a message between the push and the raise: `message` is a code of the message table,
-// formatted with the arguments that follow.
+// The same with a message between the push and the raise: `message` is a code of the built-in
+// message table, formatted with the arguments that follow.
 int32_t ErrRaiseText(const char* module, int32_t line, uint32_t code, uint32_t message, ...);
 
 // The same with a text that stays valid until the stack is cleared.

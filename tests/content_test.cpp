@@ -414,7 +414,7 @@ TEST(Content, StreamsHaveTheirRuledTail) {
 
 #ifndef _WIN32
 
-// Growth beyond what the disk has: no signal, the ruled codes, and the old bytes.
+// Growth beyond what the disk has: no signal, the right codes, and the old bytes.
 TEST(Content, AFullDiskCostsNothing) {
   Tree tree;
   tree.File("f", "12345");

@@ -1,4 +1,4 @@
-// The calls that are ruled never to end, each in a child with a deadline.
+// The calls that never end, on purpose, each in a child with a deadline.
 
 #include <gtest/gtest.h>
 

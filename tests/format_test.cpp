@@ -90,6 +90,9 @@ TEST(Format, HexAgreesWithAModel) {
   // A text that it has made itself.
   const char* twice = FmtHex("abc", 3, nullptr, 0);
   EXPECT_STREQ(FmtHex(twice, 8, nullptr, 0), "36 31 20 36 32 20 36 33");
+  char* own = FmtHex("0123456789012345678", 19, nullptr, 0);
+  own = FmtHex(own, 56, own, 0);
+  EXPECT_EQ(strlen(own), 167u);
   EXPECT_EQ(FmtHex(nullptr, 1, nullptr, 0), nullptr);
   EXPECT_EQ(ErrLine, 62);
   EXPECT_EQ(ClearedTrail(), "01");

@@ -166,7 +166,7 @@ TEST(Objects, FailuresAreRaised) {
   }
   EXPECT_EQ(ErrLine, 64);
   {
-    tavrix_test::LeakExpected leak;  // the block stays allocated on these two paths, by rule
+    tavrix_test::LeakExpected leak;  // the block stays allocated on these two paths, on purpose
     EXPECT_EQ(ClsAttach(0, nullptr, 8, sizeof thing, nullptr), nullptr);
     EXPECT_EQ(ErrLine, 80);
     EXPECT_EQ(ClsAttach(ClassTag("FILE"), nullptr, 0, sizeof thing, nullptr), nullptr);

@@ -101,7 +101,7 @@ TEST(Split, BackwardLandsOnTheSeparator) {
   EXPECT_EQ(MemSplitNext(&split, 0, 0, SPLIT_NEXT), text);  // round and round
   EXPECT_EQ(MemSplitNext(&split, 0, 0, SPLIT_PREV), nullptr);
   EXPECT_EQ(MemSplitNext(nullptr, 0, 0, SPLIT_NEXT), nullptr);
-  // A tab behind the text is passed over by rule; nothing is searched for there.
+  // A tab behind the text is passed over; nothing is searched for there.
   const char behind[] = {'x', ',', ',', ' ', '\t', '\0'};
   MemSplitInit(&split, behind, 4, ",,", 2);
   MemSplitNext(&split, 0, 0, SPLIT_NEXT | SPLIT_TRIM);

@@ -2,9 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <regex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/win32.h"
 #include "tests/support/tree.h"
@@ -166,6 +171,208 @@ TEST(Tool, ScansFiles) {
   }
 }
 
+// A line of a dump, written anew: a label, 48 columns of digits, the characters.
+std::string DumpLines(const std::string& bytes, uint32_t label) {
+  std::string text;
+  for (size_t at = 0; at < bytes.size(); at += 16) {
+    char number[16];
+    snprintf(number, sizeof number, "0x%08X:", label + static_cast<uint32_t>(at));
+    std::string digits, characters;
+    for (char c : bytes.substr(at, 16)) {
+      auto byte = static_cast<unsigned char>(c);
+      char pair[8];
+      snprintf(pair, sizeof pair, " %02X", byte);
+      digits += pair;
+      characters += byte < 32 || byte == 127 ? '.' : c;
+    }
+    digits.resize(49, ' ');
+    text += number + digits + ' ' + characters + '\n';
+  }
+  return text;
+}
+const std::string kRuler = "  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F  0123456789ABCDEF\n";
+
+TEST(Tool, DumpsFiles) {
+  Tree tree;
+  std::string bytes;
+  for (uint32_t i = 0; i < 150'003; ++i) bytes += static_cast<char>(i * 7 ^ i >> 8);
+  std::erase(bytes, '\r');  // which Tavrix() takes away
+  tree.File("f", bytes);
+  std::string dump = "dump \"" + tree.Path("f") + "\"";
+  std::string head = "    Offset:" + kRuler;
+  Expect(dump, 0, head + DumpLines(bytes, 0));  // longer than a block
+  Expect(dump + " --offset 5 --length 37 --base 0x1000", 0,
+         head + DumpLines(bytes.substr(5, 37), 0x1005));
+  Expect(dump + " --offset 7 --length 65553 --file-offset", 0,
+         "FileOffset:" + kRuler + DumpLines(bytes.substr(7, 65553), 7));
+  Expect(dump + " --offset 0x7000000000000000", 0, head);
+
+  // Addresses go on from block to block.
+  Result result = Tavrix(dump + " --address");
+  EXPECT_EQ(result.code, 0);
+  std::smatch label;
+  ASSERT_TRUE(std::regex_search(result.output, label, std::regex("\n0x([0-9A-F]+): 00 07")));
+  uint64_t address = std::stoull(label[1], nullptr, 16);
+  char last[32];
+  snprintf(last, sizeof last,
+           "\n0x%08llX: ", static_cast<unsigned long long>(address + (bytes.size() - 1) / 16 * 16));
+  EXPECT_NE(result.output.find(last), std::string::npos) << last;
+
+  EXPECT_EQ(Tavrix("dump \"" + tree.Path("none") + "\"").code, 1);
+  EXPECT_EQ(Tavrix("dump \"" + tree.Path() + "\"").code, 1);
+}
+
+TEST(Tool, DumpsBehindFourGigabytes) {
+  Tree tree;
+  tree.File("f");
+  std::filesystem::resize_file(tree.root() / "f", 0x100000010);  // takes no room on the disk
+  std::ofstream(tree.root() / "f", std::ios::binary | std::ios::app) << "the end";
+  Expect("dump --offset 0x100000008 \"" + tree.Path("f") + "\"", 0,
+         "    Offset:" + kRuler + DumpLines(std::string(8, '\0') + "the end", 8));
+}
+
+TEST(Tool, TurnsHexIntoBytes) {
+  Expect("unhex 48 656C \"6C 6F 7\"", 0, "Hellop");
+  Expect("unhex --mode fit 0x41 4243 44h", 0, "ACBD");
+  Expect("unhex --mode words 41424344 4142", 0, "DCBABA");
+  Expect("unhex --mode long 41424344", 0, "DCBA");
+  for (const char* wrong : {"\"\"", "12 zz", "--mode long g"})
+    Expect(std::string("unhex ") + wrong, 1, "tavrix: the text is not hexadecimal\n");
+  std::string every;
+  for (int byte = 0; byte < 256; ++byte) {
+    char digits[4];
+    snprintf(digits, sizeof digits, "%02x", static_cast<unsigned>(byte));
+    every += digits;
+  }
+  std::string bytes = Tavrix("unhex " + every).output;  // '\r' is taken away
+  EXPECT_EQ(bytes.size(), 255u);
+  for (int byte = 0; byte < 256; ++byte)
+    EXPECT_EQ(bytes.find(static_cast<char>(byte)) != bytes.npos, byte != '\r') << byte;
+}
+
+// Bytes of a file's header, the least significant one first.
+struct Image {
+  std::string bytes;
+  Image& Text(const std::string& text) {
+    bytes += text;
+    return *this;
+  }
+  Image& Number(int size, uint64_t value) {
+    for (; size > 0; --size, value >>= 8) bytes += static_cast<char>(value);
+    return *this;
+  }
+};
+
+// The fields of a header that stand for something, each with its value and names.
+void ExpectFields(const std::string& output,
+                  const std::vector<std::pair<std::string, std::string>>& fields) {
+  for (const auto& [field, value] : fields)
+    EXPECT_TRUE(std::regex_search(output, std::regex("[ *]" + field + " +" + value + "\n")))
+        << field << " " << value << "\n"
+        << output;
+}
+
+// Every shorter file gets a line and exit code 1, from somewhere below `needed` bytes on.
+void ExpectTruncatedRefused(const Tree& tree, const std::string& bytes, size_t needed) {
+  for (size_t size = 0; size <= bytes.size(); size += size + 24 < needed ? 13 : 1) {
+    tree.File("short", bytes.substr(0, size));
+    Result result = Tavrix("header \"" + tree.Path("short") + "\"");
+    EXPECT_EQ(result.code, size < needed ? 1 : 0) << size;
+    if (result.code != 0) {
+      EXPECT_TRUE(std::regex_match(result.output, std::regex("tavrix: .*\n"))) << result.output;
+    }
+  }
+}
+
+Result Header(const Tree& tree, const std::string& bytes) {
+  tree.File("image", bytes);
+  return Tavrix("header \"" + tree.Path("image") + "\"");
+}
+
+TEST(Tool, ShowsHeadersOfBitmaps) {
+  Tree tree;
+  Image file = Image().Text("BM").Number(4, 58).Number(4, 0).Number(4, 54);
+  Image image = file;
+  image.Number(4, 40).Number(4, 1).Number(4, ~uint64_t{0}).Number(2, 1).Number(2, 24);
+  image.Number(4, 3).Number(4, 4).Number(4, 2835).Number(4, 0).Number(8, 0x500000000);
+  ExpectFields(Header(tree, image.bytes).output, {{"bfType", "= 0x4d42 BM"},
+                                                  {"bfSize", "= 0x0000003a"},
+                                                  {"bfOffBits", "= 0x00000036 .*"},
+                                                  {"biSize", "= 0x00000028 INFOHEADER"},
+                                                  {"biHeight", "= 0xffffffff .*"},
+                                                  {"biBitCount", "= 0x0018"},
+                                                  {"biCompression", "= 0x00000003 BITFIELDS"},
+                                                  {"biClrImportant", "= 0x00000005"}});
+  ExpectTruncatedRefused(tree, image.bytes, 54);
+  ExpectTruncatedRefused(tree, Image(file).Number(4, 12).Number(8, 0).bytes, 26);
+  EXPECT_EQ(Header(tree, Image(file).Number(4, 39).bytes + std::string(99, 0)).code, 1);
+  EXPECT_EQ(Header(tree, std::string(99, 'x')).code, 1);
+}
+
+TEST(Tool, ShowsHeadersOfWaveFiles) {
+  Tree tree;
+  Image image = Image().Text("RIFF").Number(4, 99).Text("WAVE");
+  image.Text("JUNK").Number(4, 3).Number(4, 0);  // an odd size is filled up
+  image.Text("fmt ").Number(4, 16).Number(2, 1).Number(2, 2).Number(4, 44100).Number(4, 176400);
+  image.Number(2, 4).Number(2, 16);
+  ExpectFields(Header(tree, image.bytes).output, {{"form", "= 0x45564157 WAVE"},
+                                                  {"wFormatTag", "= 0x0001 PCM"},
+                                                  {"nSamplesPerSec", "= 0x0000ac44"},
+                                                  {"wBitsPerSample", "= 0x0010"}});
+  ExpectTruncatedRefused(tree, image.bytes, image.bytes.size());
+  EXPECT_EQ(Header(tree, "RIFF....AVI " + image.bytes.substr(12)).code, 1);
+  EXPECT_EQ(Header(tree, image.bytes.substr(0, 12) + "JUNK\xFF\xFF\xFF\xFF").code, 1);
+}
+
+// A program for 32 or 64 bits with one section. Its fields have the numbers 1, 2, ... where they
+// have no meaning here.
+std::string ProgramImage(bool wide) {
+  Image image = Image().Text("MZ");
+  for (uint64_t i = 1; i < 30; ++i) image.Number(2, i);
+  image.Number(4, 72).Number(8, 0);
+  image.Text("PE").Number(2, 0).Number(2, wide ? 0x8664 : 0x14C).Number(2, 1).Number(12, 0);
+  image.Number(2, 80).Number(2, 0x2102);
+  image.Number(2, wide ? 0x20B : 0x10B).Number(2, 0x0E02);
+  for (uint64_t i = 1; i <= 5; ++i) image.Number(4, i);
+  wide ? image.Number(8, 0x140000000) : image.Number(4, 6).Number(4, 0x400000);
+  image.Number(4, 0x1000).Number(4, 0x200);
+  for (uint64_t i = 1; i <= 6; ++i) image.Number(2, i);
+  for (uint64_t i = 1; i <= 4; ++i) image.Number(4, i);
+  image.Number(2, 3).Number(2, 0x141).Number(8, 0);
+  image.Text(".te\x01t").Number(3, 0);
+  for (uint64_t i = 1; i <= 6; ++i) image.Number(4, i);
+  return image.Number(4, 0).Number(4, 0x60000020).bytes;
+}
+
+TEST(Tool, ShowsHeadersOfPrograms) {
+  Tree tree;
+  for (bool wide : {false, true}) {
+    std::string bytes = ProgramImage(wide);
+    Result result = Header(tree, bytes);
+    EXPECT_EQ(result.code, 0);
+    ExpectFields(result.output,
+                 {{"e_magic", "= 0x5a4d MZ"},
+                  {"e_ovno", "= 0x000d"},
+                  {"e_lfanew", "= 0x00000048 .*"},
+                  {"Machine", wide ? "= 0x8664 AMD64" : "= 0x014c I386"},
+                  {"Characteristics", R"(= 0x2102 EXECUTABLE\|32BIT\|DLL)"},
+                  {"Magic", wide ? R"(= 0x020b PE32\+)" : "= 0x010b PE32"},
+                  {"ImageBase", wide ? "= 0x40000000" : "= 0x00400000"},
+                  {wide ? "ImageBase, high" : "BaseOfData", wide ? "= 0x00000001" : "= 0x00000006"},
+                  {"MinorImageVersion", "= 0x0004"},
+                  {"Subsystem", "= 0x0003 WINDOWS_CUI"},
+                  {"DllCharacteristics", R"(= 0x0141 DYNAMIC_BASE\|NX \[1\])"},
+                  {"PointerToRawData", "= 0x00000004"},
+                  {"Characteristics", R"(= 0x60000020 CODE\|EXECUTE\|READ)"}});
+    EXPECT_NE(result.output.find("struct IMAGE_SECTION_HEADER \".te.t\":\n"), std::string::npos)
+        << result.output;
+    ExpectTruncatedRefused(tree, bytes, bytes.size());
+  }
+  std::string bytes = ProgramImage(false);
+  EXPECT_EQ(Header(tree, bytes.replace(60, 4, "\xF0\xFF\xFF\xFF")).code, 1);
+  EXPECT_EQ(Header(tree, bytes.replace(60, 4, std::string("\x44\0\0\0", 4))).code, 1);
+}
+
 TEST(Tool, TellsTheTime) {
   Result stamp = Tavrix("stamp");
   EXPECT_EQ(stamp.code, 0);
@@ -213,7 +420,13 @@ TEST(Tool, WrongOptionsGetOneLine) {
                             "progress",
                             "scan",
                             "scan x --table d",
-                            "scan x --stream --mapped"}) {
+                            "scan x --stream --mapped",
+                            "dump",
+                            "dump x --offset \"\"",
+                            "dump x --base 0x100000000",
+                            "dump x --address --file-offset",
+                            "unhex 12 --mode bits",
+                            "header"}) {
     Result result = Tavrix(wrong);
     EXPECT_EQ(result.code, 2) << wrong;
     EXPECT_EQ(result.output.find('\n'), result.output.size() - 1) << wrong << ": " << result.output;

@@ -72,8 +72,7 @@ void MakeRoom(uint32_t length) {
 
 int Add(const char* text) {
   uint32_t limit = Limit();
-  // The mapping grows by 10,000 bytes at a time.
-  if (FileOpenBeside(nullptr, ".log", FO_MAPPED | FO_CREATE_NEW | FO_WRITE | 0x20000)) {
+  if (FileOpenBeside(nullptr, ".log", FO_MAPPED | FO_CREATE_NEW | FO_WRITE | FO_GROW_10K)) {
     CurrentFile->nMaxSize = limit;
     MemBuf line = {256, 0, 0, nullptr};
     MemBufPrintf(&line, "%s %s\n", TimeStamp(nullptr, STAMP_DATE | STAMP_TIME), text);

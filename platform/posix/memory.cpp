@@ -217,3 +217,10 @@ BOOL IsBadStringPtrA(const char* text, UINT_PTR limit) {
 }
 
 size_t HeapBlockSize(void* block) { return malloc_usable_size(block); }
+
+void ExpectScatteredUse(void* block, size_t size) {
+  constexpr uintptr_t kLargePage = 2u << 20;
+  uintptr_t first = (reinterpret_cast<uintptr_t>(block) + kLargePage - 1) & ~(kLargePage - 1);
+  uintptr_t end = (reinterpret_cast<uintptr_t>(block) + size) & ~(kLargePage - 1);
+  if (first < end) madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+}

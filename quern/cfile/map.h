@@ -29,7 +29,7 @@ extern void (*FileMappedHook)(FileObject* file);
 // `size` bytes. Returns 0, or minus ErrLast after raising 1 or 2 (no range), 0xA0000003 or
 // 0xA0000004 (not at an aligned address), 5 over the number of the first release that failed, 14
 // (more than kLargestFile), 0xA000000F or 0xA0000010 (no reserve). The four long codes end the
-// process: their message is a fatal one.
+// process: their message is a fatal one. Until FileMap follows, nobody may read the data.
 int32_t FileReserve(uint32_t size);
 
 // A filter for access violations: maps more of the current file when the address lies in its range,

@@ -145,25 +145,25 @@ FileNameRec* NameRecord(FileObject* file) {
 
 uint32_t GrowthOf(uint32_t flags, uint32_t size) {
   switch (flags & FO_GROW_MASK) {
-    case 0x10000:
+    case FO_GROW_NONE:
       return 0;
-    case 0x20000:
+    case FO_GROW_10K:
       return 10'000;
-    case 0x30000:
+    case FO_GROW_100K:
       return 100'000;
-    case 0x40000:
+    case FO_GROW_1M:
       return 1'000'000;
-    case 0x50000:
+    case FO_GROW_5M:
       return 5'000'000;
-    case 0x70000:
+    case FO_GROW_10M:
       return 10'000'000;
-    case 0x80000:
+    case FO_GROW_TENTH:
       return static_cast<uint32_t>(size * 0.1);
-    case 0x90000:
+    case FO_GROW_THIRD:
       return static_cast<uint32_t>(size * 0.3);
-    case 0xA0000:
+    case FO_GROW_HALF:
       return static_cast<uint32_t>(size * 0.5);
-    case 0xB0000:
+    case FO_GROW_TWICE:
       return size;
     default:
       return SysPageSize;
@@ -175,6 +175,10 @@ void CloseHandles(FileObject* file) {
   if (file->pStream) fclose(file->pStream);
   free(file->pszBackup);
   free(file->pName);
+  file->hFile = nullptr;
+  file->pStream = nullptr;
+  file->pszBackup = nullptr;
+  file->pName = nullptr;
 }
 
 // Cuts the file to a size. Where the position is not reached nothing is cut.
@@ -265,8 +269,11 @@ uint32_t FileClass(uintptr_t argument) {
     if (scanner->pFile == file) scanner->pFile = nullptr;
   }
   if (FileScanner* scanner = file->pScanner) {
+    file->pScanner = nullptr;
     scanner->pFile = nullptr;
     if (scanner->header.proc) scanner->header.proc(reinterpret_cast<uintptr_t>(scanner));
+    // What went with the scanner may have closed the file.
+    if (!ClsLinked(kFileTag, kFileClass, file)) return 0;
     CurrentFile = file;
   }
   ClsDetach(kFileTag, &CurrentFile);

@@ -60,7 +60,7 @@ uint32_t GroupBytes(uint32_t digits, uint32_t left) {
 
 // At least as many bytes as the text has.
 uint64_t RoomFor(uint32_t length, uint32_t digits, uint32_t flags) {
-  uint64_t room = uint64_t{length} * 3 + 4;
+  uint64_t room = uint64_t{length} * (flags & FMT_CHARS ? 1 : 3) + 4;
   if (flags & FMT_TEXT) {
     uint32_t step = flags & FMT_CHARS ? 1 : std::max(GroupBytes(digits, length), 1u);
     room += (uint64_t{length} / step + 1) * (digits + 2);
@@ -181,7 +181,7 @@ char* FmtHex(const void* data, uint32_t length, char* output, uint32_t flags) {
   if (length == 0xFFFFFFFF) length = static_cast<uint32_t>(strlen(static_cast<const char*>(data)));
   auto* bytes = static_cast<const uint8_t*>(data);
   MemBuf* text = &CurrentFormatter->mbText;
-  if (output) {
+  if (output && !MemBufHolds(text, output)) {
     if (output == data) {
       bytes = reinterpret_cast<const uint8_t*>(MemBufSet(text, data, length));
       if (!bytes) return nullptr;

@@ -38,9 +38,9 @@ inline constexpr uint32_t FMT_TEXT = 0x20000000;   // per group as many characte
 
 // Formats `length` bytes (0xFFFFFFFF: a terminated text) as hex digits in groups with a blank
 // between them, or as the flags say, with a terminator. Writes to `output`, which must have room
-// (it may be `data` itself), or without one into the formatter's buffer, where the text stays until
-// the next call. Returns the text, or null after raising 1 (no data), 1000 (no formatter) or the
-// codes of a buffer without memory.
+// (it may be `data` itself), or without one, or one in it, into the formatter's buffer, where the
+// text stays until the next call. Returns the text, or null after raising 1 (no data), 1000 (no
+// formatter) or the codes of a buffer without memory.
 char* FmtHex(const void* data, uint32_t length, char* output, uint32_t flags);
 
 // How FmtUnhex stores a number, least significant byte first.
@@ -51,7 +51,7 @@ inline constexpr uint32_t UNHEX_LONG = 8;    // four bytes
 
 // Reads hex numbers that blanks separate, of up to eight digits; "0x", 'h', '.' and '-' are passed
 // over. Blanks and periods in front of a number do not count as part of `length`: the text must be
-// terminated, or end with a digit. Writes a terminator behind the bytes, if there are any. Returns
+// terminated. Writes a terminator behind the bytes, if there are any. Returns
 // how many bytes; 0 for a text with anything else in it.
 uint32_t FmtUnhex(const char* text, uint32_t length, void* output, uint32_t mode);
 
@@ -65,7 +65,7 @@ inline constexpr uint32_t DUMP_RULER = 0x00000002;       // with column numbers,
 extern int32_t FmtLineBytes;  // of a dump line; 16 unless the application sets it, 1 to 256
 
 // Prints bytes to standard output, with their characters behind them. A length of 2^31 and more
-// prints none. Returns 0.
+// prints none. Returns 0, also after raising 1 (no data).
 int32_t FmtDump(const void* data, uint32_t length, uint32_t base, uint32_t flags);
 
 }  // namespace quern

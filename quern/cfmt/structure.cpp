@@ -41,7 +41,9 @@ struct Text {
   void Cut(uint32_t length) {
     if (buf.pData) MemBufSet(&buf, nullptr, std::min(length, buf.nSize));
   }
-  void Print() const { fwrite(buf.pData, 1, buf.nSize, stdout); }
+  void Print() const {
+    if (buf.nSize != 0) fwrite(buf.pData, 1, buf.nSize, stdout);
+  }
 
   MemBuf buf = {256, 0, 0, nullptr};
 };

@@ -28,12 +28,6 @@ constexpr uint32_t kProbes = 5;
 uint32_t HomeIn(uint32_t idHash) { return idHash & kHomeMask; }
 uint32_t CountIn(uint32_t idHash) { return idHash >> kHomeBits; }
 
-// Raises with a message ahead of the code.
-int32_t Raise(int32_t line, uint32_t code, uint32_t message) {
-  ErrPushText(0, message);
-  return ErrRaise(kModule, line, code);
-}
-
 HashNode* Entries(const MemBuf* pool) {
   return pool ? reinterpret_cast<HashNode*>(pool->pData) : nullptr;
 }
@@ -81,9 +75,10 @@ struct Search {
 
 Probe refill;  // of MemHashRemove
 
-// What is remembered must not outlive a table or pool.
-void Forget() {
-  addition.table = nullptr;
+// What is remembered must not outlive the table or pool of a hash.
+void Forget(const Hash& hash) {
+  if (addition.Knows(hash)) addition.table = nullptr;
+  if (!search.of.Knows(hash)) return;
   search.of.table = nullptr;
   search.underWay = false;
 }
@@ -94,7 +89,8 @@ bool MakeTable(Hash* hash) {
   size_t most = PTRDIFF_MAX / sizeof(HashNode);
   auto* table =
       hash->nHash > most ? nullptr : static_cast<HashNode*>(calloc(hash->nHash, sizeof(HashNode)));
-  if (!table) return Raise(1394, 1, kNoMemory), false;
+  if (!table) return ErrRaiseText(kModule, 1394, 1, kNoMemory), false;
+  ExpectScatteredUse(table, hash->nHash * sizeof(HashNode));
   hash->pHash = table;
   addition.Take(*hash);
   return true;
@@ -128,7 +124,7 @@ HashNode* FreePlace(uint32_t home) {
     if (HomeIn(entry->idHash) == home) --budget;
   }
   auto* added = reinterpret_cast<HashNode*>(MemBufAdd(pool, nullptr, sizeof(HashNode)));
-  if (!added) Raise(1410, 1, kNoMemory);
+  if (!added) ErrRaiseText(kModule, 1410, 1, kNoMemory);
   return added;
 }
 
@@ -204,7 +200,9 @@ uint32_t MemHashKey(const void* data, uint32_t length) {
 
 int32_t MemHashCmpr(const HashKey* a, const HashKey* b) {
   if (a->nData != b->nData) return static_cast<int32_t>(a->nData - b->nData);
-  return a->nData == 0 ? 0 : memcmp(a->pData, b->pData, a->nData);
+  if (a->nData == 0 || a->pData == b->pData) return 0;
+  if (!a->pData || !b->pData) return a->pData ? 1 : -1;
+  return memcmp(a->pData, b->pData, a->nData);
 }
 
 int32_t MemHashInit(Hash* hash, uint32_t slots, uint32_t pool,
@@ -231,13 +229,13 @@ int32_t MemHashSize(Hash* hash, uint32_t slots, uint32_t pool) {
       saved = *hash;
       if (hash->pmbLinear) savePool();
     }
-    Forget();
+    Forget(*hash);
     hash->pHash = kMemHashPending;
     hash->nHash = slots;
     hash->nCount = 0;
   }
   if (pool == kMemNoPool) {
-    Forget();
+    Forget(*hash);
     free(hash->pmbLinear);
     hash->pmbLinear = nullptr;
   } else if (pool != 0) {
@@ -246,7 +244,7 @@ int32_t MemHashSize(Hash* hash, uint32_t slots, uint32_t pool) {
     if (made) savePool();
     if (!made && granule <= UINT32_MAX) made = MemBufNew(nullptr, 0);
     if (!made || granule > UINT32_MAX) {
-      Raise(1553, 2, kNoMemory);
+      ErrRaiseText(kModule, 1553, 2, kNoMemory);
       return Discard(saved, savedPool, -ErrLast);
     }
     made->nAlign = static_cast<uint32_t>(granule);
@@ -295,8 +293,9 @@ HashNode* MemHashAdd(Hash* hash, const void* data, uint32_t length, uintptr_t as
 }
 
 HashNode* MemHashGet(Hash* hash, const void* data, uint32_t length, int32_t mode) {
-  if (mode != MEM_HASH_NEXT) search.underWay = false;
-  if (mode == MEM_HASH_RESET || !hash || !HasTable(*hash) || hash->nHash == 0) return nullptr;
+  bool usable = hash && HasTable(*hash) && hash->nHash != 0;
+  if (mode != MEM_HASH_NEXT || !usable) search.underWay = false;
+  if (mode == MEM_HASH_RESET || !usable) return nullptr;
   if (!search.of.Knows(*hash)) {
     search.of.Take(*hash);
     search.compare = hash->cbfCmpr;
@@ -344,7 +343,7 @@ const HashNode* MemHashRemove(Hash* hash, HashNode* entry) {
   if (--count == 0) return &removed;
   if (entry == at) {
     const HashNode* another = Another(*hash, home);
-    if (!another) return Raise(1366, 1, kNoObject), nullptr;
+    if (!another) return ErrRaiseText(kModule, 1366, 1, kNoObject), nullptr;
     *at = *another;
   }
   at->idHash = home | count << kHomeBits;
@@ -353,7 +352,7 @@ const HashNode* MemHashRemove(Hash* hash, HashNode* entry) {
 
 int32_t MemHashFree(Hash* hash) {
   if (!hash) return ErrRaise(kModule, 1595, 1);
-  Forget();
+  Forget(*hash);
   if (HasTable(*hash)) free(hash->pHash);
   if (hash->pmbLinear) {
     MemBufFree(hash->pmbLinear);

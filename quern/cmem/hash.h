@@ -1,8 +1,8 @@
 // A table from byte keys to words, with a few probes per key and an overflow pool behind them.
 //
-// An addition or lookup looks at four slots from the key's home on (the slot that its hash value
-// names), then at the pool. Keys are not copied. Additions and lookups are told to the trace, at
-// level 0xC0000000.
+// An addition or lookup looks at four slots, at distances 0, 1, 4 and 9 from the key's home (the
+// slot that its hash value names), then at the pool. Keys are not copied. Additions and lookups are
+// told to the trace, at level 0xC0000000, which no threshold drops.
 //
 // The limits of the encoding are part of it: no more than 2^20 slots (with more, homes and counts
 // run into each other, and keys are lost), 4095 entries of a home; and an entry whose home is slot

@@ -43,9 +43,9 @@ char* AddChunk(MemBuf* buf, const void* src, uint32_t n) {
   return buf->pData + kHeader;
 }
 
-// A piece behind the others, for which the block may have to grow and move.
-char* Append(MemBuf* buf, uint32_t n) {
-  char* piece = MemBufAdd(buf, nullptr, n);
+// A piece behind the others, for which the block has to grow and may move.
+char* Append(MemBuf* buf, const void* src, uint32_t n) {
+  char* piece = MemBufAdd(buf, src, n);
   const ChainLink& link = ChunkOf(buf)->link;
   if (link.pWhere) link.pWhere->pNext = &ChunkOf(buf)->link;
   if (link.pNext) link.pNext->pWhere = &ChunkOf(buf)->link;
@@ -55,8 +55,13 @@ char* Append(MemBuf* buf, uint32_t n) {
 }  // namespace
 
 char* MemPoolNew(MemBuf* buf, const void* src, uint32_t n) {
-  if (!buf || !MakeChunk(buf, n)) return ErrRaise(kModule, 582, 1), nullptr;
-  if (src) memcpy(buf->pData + kHeader, src, n);
+  MemBuf copy = {1, 0, 0, nullptr};  // of a piece of the buffer's own
+  bool own = buf && src && MemBufHolds(buf, src);
+  if (own) src = MemBufSet(&copy, src, n);
+  bool made = (!own || src) && MakeChunk(buf, n);
+  if (made && src) memcpy(buf->pData + kHeader, src, n);
+  MemBufFree(&copy);
+  if (!made) return ErrRaise(kModule, 582, 1), nullptr;
   ChunkOf(buf)->nUsed = n;
   return buf->pData + kHeader;
 }
@@ -69,16 +74,19 @@ char* MemPoolAdd(MemBuf* buf, const void* src, uint32_t n) {
   if (uint64_t{buf->nSize} + n + kMemTerminator <= buf->nAlloc) {
     piece = buf->pData + buf->nSize;
     buf->nSize += n;
+    if (src) memmove(piece, src, n);
     memset(piece + n, 0, kMemTerminator);
   } else {
-    piece = Append(buf, n);
+    piece = Append(buf, src, n);
     if (!piece) return nullptr;
   }
-  if (src) memcpy(piece, src, n);
   // Zeros behind as many headers as there are bytes, if they are still in the chunk.
   uint64_t zeros = static_cast<uint64_t>(piece - buf->pData) + uint64_t{n} * kHeader;
-  if (zeros < buf->nAlloc)
-    memset(buf->pData + zeros, 0, std::min<size_t>(kMemTerminator, buf->nAlloc - zeros));
+  if (zeros + kMemTerminator <= buf->nAlloc) {
+    memset(buf->pData + zeros, 0, kMemTerminator);
+  } else if (zeros < buf->nAlloc) {
+    memset(buf->pData + zeros, 0, buf->nAlloc - zeros);
+  }
   ChunkOf(buf)->nUsed += n;
   return piece;
 }

@@ -32,8 +32,9 @@ static_assert(sizeof(void*) != 4 || sizeof(MemPoolInfo) == 16);
 char* MemPoolNew(MemBuf* buf, const void* src, uint32_t n);
 
 // Another piece. Where it takes a new chunk, it begins behind the header, but `src` is copied to a
-// place 15 headers further on, as far as the chunk reaches. Null after raising 1, or 2 (the chunk
-// could not grow by the terminator).
+// place 15 headers further on, as far as the chunk reaches. One that leaves fewer than four bytes
+// of the current chunk may move that chunk, so that its pieces are elsewhere then. Null after
+// raising 1, or 2 (the chunk could not grow).
 char* MemPoolAdd(MemBuf* buf, const void* src, uint32_t n);
 
 // The current chunk (null) or the one with the address, if that is the current chunk or behind it;

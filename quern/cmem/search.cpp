@@ -12,7 +12,7 @@ namespace {
 const uint8_t* Bytes(const void* block) { return static_cast<const uint8_t*>(block); }
 const char* Text(const uint8_t* hit) { return reinterpret_cast<const char*>(hit); }
 
-// Keeps a loop that is ruled to be endless from being taken for one that is not there.
+// Keeps a loop that is endless on purpose from being taken for one that is not there.
 void StayInLoop() { asm volatile("" ::: "memory"); }
 
 bool Same(uint8_t a, uint8_t b, const CaseTable* fold) {
@@ -230,8 +230,8 @@ uint32_t MemReplaceAll(void* block, uint32_t length, const void* pattern, uint32
     at += replacementLength;
     // One more than is left, and what was just put in again, on purpose: the scan runs on over
     // bytes that the move left behind.
-    const uint64_t ruled = uint64_t{remaining} - patternLength + replacementLength + 1;
-    remaining = static_cast<uint32_t>(std::min<uint64_t>(ruled, static_cast<size_t>(end - at)));
+    const uint64_t reach = uint64_t{remaining} - patternLength + replacementLength + 1;
+    remaining = static_cast<uint32_t>(std::min<uint64_t>(reach, static_cast<size_t>(end - at)));
     total += patternLength - replacementLength;
   }
   return total;

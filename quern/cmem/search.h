@@ -41,9 +41,8 @@ int32_t MemCmp(const void* a, const void* b, uint32_t count, uint32_t flags);
 //   hit.
 // All must match; the result is the first segment's: the start, or where a star's bytes were found.
 // Three consequences are kept:
-//   - a star is not counted as a part of the pattern, so after its segment the walk goes on behind
-//   the
-//     pattern for a byte or more. There it reads no further than the first zero byte, which ends a
+//   - a star is not counted as a part of the pattern, so that the walk goes on behind the pattern
+//     for a byte or more. There it reads no further than the first zero byte, which ends a
 //     pattern that is not followed by other text: the zero byte matches no block but one that
 //     begins with a zero byte itself. So "*cd" alone does not match "abcd", while "*cd" followed by
 //     "?" does;

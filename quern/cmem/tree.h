@@ -32,8 +32,9 @@ static_assert(sizeof(void*) != 4 || sizeof(Tree) == 16);
 TreeLink* MemTreeLinkHigh(Tree* tree, TreeLink* parent, TreeLink* link);
 TreeLink* MemTreeLinkLow(Tree* tree, TreeLink* parent, TreeLink* link);
 
-// Takes a node out. The parent goes on pointing at it; the link that takes its place stands in its
-// pPrev, from where the caller may fetch it. Null when its children have nowhere to go.
+// Takes a node out. Parent and children go on pointing at it, so that it must outlive them; the
+// link that takes its place stands in its pPrev, from where the caller may fetch it. Null when its
+// children have nowhere to go.
 TreeLink* MemTreeUnlink(Tree* tree, TreeLink* node);
 
 // The end of a side; null for null.
@@ -44,7 +45,7 @@ TreeLink* MemTreeLastLow(TreeLink* link);
 // high side of that node's parent, and everything that stood there is dropped. To an empty tree
 // nothing is added; an element equal to the root goes below the parent of the last call, of
 // whatever tree, or becomes the root when there was none. So an element that was the last parent
-// must outlive the next call.
+// must live until a call has found another.
 //
 // Null after setting ErrLast to 2 (no cbfCmpr) or 3 (there is no last parent).
 void* MemTreeAdd(Tree* tree, void* element);
@@ -60,7 +61,9 @@ void* MemTreeGet(Tree* tree, void* key, uint32_t code);
 void* MemTreeDel(Tree* tree, void* key, uint32_t code);
 
 // Writes to the trace: with a tree the line of the tree, from which on a call without one writes a
-// line for each node, in order from low to high. `key` is what cbfCmpr compares each with.
+// line for each node, in order from low to high, as long as the tree is. `key` is what cbfCmpr
+// compares each with. In a tree from which nodes were unlinked the walk may come to the same nodes
+// again and again: it goes up by pPrev.
 int32_t MemTreeDump(const Tree* tree, const void* key);
 
 }  // namespace quern

@@ -83,7 +83,7 @@ inline const char* Behind(const ScanMoment* pieces, ScanMoment when, const char*
   const char* at = place.start;
   const ScanDef* record = group.pFirst;
   while (record != group.pEnd && at != place.end) {
-    asm volatile("" ::: "memory");  // can be endless by rule; it must not be thought away
+    asm volatile("" ::: "memory");  // can be endless on purpose; it must not be thought away
     uint32_t mask = record->fFlags & SCAN_MASK;
     if (mask != 0 && !(mask & mode)) {
       ++record;

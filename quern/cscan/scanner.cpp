@@ -1,5 +1,6 @@
 #include "quern/cscan/scanner.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "platform/win32.h"
@@ -50,6 +51,7 @@ void DropText(Scanner* scanner) {
   }
   text->nAlloc = 0;
   text->nSize = 0;
+  scanner->header.flags &= ~SCAN_VIEW;
 }
 
 void GoToBegin(Scanner* scanner) {
@@ -71,7 +73,8 @@ void FollowSize(FileObject* file) {
   auto* scanner = reinterpret_cast<Scanner*>(file->pScanner);
   if (scanner->pFile != file) return;  // it reads another one since
   MemBuf* text = &scanner->mbSource;
-  if (file->hMap && text->pData == file->pView) text->nSize = file->nSize;
+  uint32_t most = scanner->header.flags & SCAN_VIEW ? file->nMapped : text->nSize;
+  text->nSize = std::min(file->nSize, most);
   Scanner* current = CurrentScanner;
   CurrentScanner = scanner;
   ScanGet(kScanRefresh);
@@ -82,7 +85,7 @@ void FollowSize(FileObject* file) {
 void FollowView(FileObject* file) {
   ForEachScanner(file, [file](Scanner* scanner) {
     MemBuf* text = &scanner->mbSource;
-    if (!(file->fFlags & FO_MAPPED) || text->nAlloc != 0) return;
+    if (!(scanner->header.flags & SCAN_VIEW)) return;
     if (!file->hMap || text->pData != file->pView) {
       DropText(scanner);
       GoToBegin(scanner);
@@ -112,7 +115,8 @@ bool TakeText(Scanner* scanner) {
     DropText(scanner);
     if (file->hMap) {
       text->pData = file->pView;
-      text->nSize = file->nSize < file->nMapped ? file->nSize : file->nMapped;
+      text->nSize = std::min(file->nSize, file->nMapped);
+      scanner->header.flags |= SCAN_VIEW;
     }
   } else if (file->fFlags & FO_STREAMED) {
     if (!file->pStream || fseek(file->pStream, 0, SEEK_SET) != 0)
@@ -153,6 +157,8 @@ Scanner* ScanAttachFile(void* object, FileObject* file) {
   source->pScanner = reinterpret_cast<FileScanner*>(scanner);
   FileResizedHook = FollowSize;
   FileMappedHook = FollowView;
+  if (scanner->header.flags & SCAN_STREAMED) DropText(scanner);
+  scanner->header.flags &= ~SCAN_STREAMED;
   if (source->fFlags & FO_STREAMED) {
     scanner->header.flags |= SCAN_STREAMED;
     scanner->mbSource.nAlign = kLineBlock;
@@ -235,7 +241,8 @@ uint32_t ScanClass(uintptr_t argument) {
   }
   if (InstanceHeader* companion = scanner->pCompanion) {
     scanner->pCompanion = nullptr;
-    if (companion->proc) companion->proc(reinterpret_cast<uintptr_t>(companion));
+    bool alive = ClsAlive(companion);  // it may have gone first
+    if (alive && companion->proc) companion->proc(reinterpret_cast<uintptr_t>(companion));
   }
   // The companion may have released the scanner.
   if (!ClsLinked(kScanTag, kScanClass, scanner)) return 0;

@@ -22,7 +22,9 @@ struct ScanToken {
 };
 static_assert(sizeof(void*) != 4 || sizeof(ScanToken) == 20);
 
-inline constexpr uint32_t SCAN_STREAMED = 0x1000;  // in header.flags: refilled at the text's end
+// In header.flags.
+inline constexpr uint32_t SCAN_STREAMED = 0x1000;  // refilled at the text's end
+inline constexpr uint32_t SCAN_VIEW = 0x2000;      // the text is the view of a mapped file
 
 struct Scanner {
   InstanceHeader header;
@@ -47,7 +49,8 @@ static_assert(sizeof(void*) != 4 || sizeof(Scanner) == 112);
 extern Scanner* CurrentScanner;  // null while no scanner is current
 
 // The token that the last call found and did not step over; null when there is none. It is a static
-// record that every call overwrites, unless the caller makes it point to one of its own.
+// record that every call overwrites, unless the caller makes it point to one of its own, which
+// ScanSymbol, ScanMatch and ScanRun fill then (to ScanGet it is a token to step over).
 extern ScanToken* ScanPending;
 
 // 0, the id of the pending token, or kScanBegin or kScanEnd.
@@ -59,7 +62,8 @@ Scanner* ScanSelect(void* object);
 
 // ScanSelect, and makes `file` its source: the mapped data, or with FO_STREAMED the lines of the
 // stream, or with FO_STREAM_BUFFER all that the stream holds. Scanner and file release each other
-// from then on. Null after raising 1 (no file) or 2 (no scanner).
+// from then on; a file that it read before still takes the scanner with it. Null after raising 1
+// (no file) or 2 (no scanner).
 Scanner* ScanAttachFile(void* object, FileObject* file);
 
 // Opens a file (FileOpen) for a new scanner with a table, and makes it the current one. Null after

@@ -32,7 +32,7 @@ ScanToken* ScanMatch(int32_t id);
 ScanToken* ScanRun(int32_t id);
 
 // Skips bytes up to the next token of a symbol. Null at the end of the text. The column is that of
-// a line end.
+// a line end. With kScanBack it goes back and forth for ever.
 ScanToken* ScanSkipTo(int32_t id);
 
 // Flags in the last word of a list of ids, which has bit 31 set then.
@@ -51,9 +51,9 @@ ScanToken* ScanFirstOfList(int32_t* ids);
 // Position and pending token stay; the status is that of the search.
 const char* ScanFind(int32_t id);
 
-// Sets the value to `length` bytes, or appends to it; nValue becomes the length of the text up to
-// its terminator (0 when `length` is), which is not the length of the value, on purpose; appending
-// leaves it. Null when there is no memory.
+// Sets the value to `length` bytes, or appends to it. Setting makes nValue the length of the text
+// up to its terminator, which it must have (0 when `length` is), and which is not the length of the
+// value, on purpose. Null when there is no memory.
 char* ScanSetValue(const char* text, uint32_t length);
 char* ScanAddValue(const char* text, uint32_t length);
 

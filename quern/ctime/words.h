@@ -19,9 +19,9 @@ uint32_t StrQuote(char* text, uint32_t length);
 // Copies bytes up to `count` or a terminator, and writes none. Returns their number.
 uint32_t StrCopyN(char* destination, const char* source, uint32_t count);
 
-// The first place in `text` where one of the tokens of `list` occurs (MemSplitFind, with its
-// flags), or null. `separator` splits the list; without one, or with an empty one, the whole list
-// is one token. Null when `list` is.
+// Where a token of `list` occurs first in `text`: the first token in the list that occurs there at
+// all (MemSplitFind, with its flags), or null. `separator` splits the list; without one, or with an
+// empty one, the whole list is one token. Null when `list` is.
 const char* StrFindToken(const char* text, const char* list, const char* separator, uint32_t flags);
 
 }  // namespace quern

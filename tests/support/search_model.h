@@ -2,7 +2,7 @@
 //
 // Blocks, patterns and sets lie in heap blocks of exactly their size (with the one byte behind
 // where a rule owns it), so that the address sanitizer sees every read past an end. A Try tells
-// whether the call did as ruled.
+// whether the call did as it should.
 #pragma once
 
 #include <algorithm>

@@ -9,6 +9,7 @@
 void AddConsoleCommands(CLI::App& app, int& result);  // colors, progress, expand
 void AddFileCommands(CLI::App& app, int& result);     // edit, append, companion, walk
 void AddListCommand(CLI::App& app, int& result);      // list
+void AddMemoryCommands(CLI::App& app, int& result);   // dump, unhex, header
 void AddScanCommand(CLI::App& app, int& result);      // scan
 void AddStringCommands(CLI::App& app, int& result);   // compare, span, cspan, length
 void AddSystemCommands(CLI::App& app, int& result);   // run, open, error
@@ -23,3 +24,4 @@ int Run(std::string commandLine);
 
 // The number in an argument, as C writes it: 10, 0x10, 010. A wrong one is a usage error.
 uint32_t Number(const char* option, const std::string& text, uint32_t most);
+uint64_t LongNumber(const char* option, const std::string& text, uint64_t most = UINT64_MAX);

@@ -20,17 +20,21 @@ int WrongUsage(const char* message) {
 
 }  // namespace
 
-uint32_t Number(const char* option, const std::string& text, uint32_t most) {
+uint64_t LongNumber(const char* option, const std::string& text, uint64_t most) {
   size_t used = 0;
-  unsigned long long number = 0;
+  uint64_t number = 0;
   try {
     number = std::stoull(text, &used, 0);
   } catch (const std::exception&) {
     used = 0;
   }
-  if (used != text.size() || text.front() == '-' || number > most)
+  if (used == 0 || used != text.size() || text.front() == '-' || number > most)
     throw CLI::ValidationError(option, "'" + text + "' is no number up to " + std::to_string(most));
-  return static_cast<uint32_t>(number);
+  return number;
+}
+
+uint32_t Number(const char* option, const std::string& text, uint32_t most) {
+  return static_cast<uint32_t>(LongNumber(option, text, most));
 }
 
 int main(int argc, char** argv) {
@@ -42,6 +46,7 @@ int main(int argc, char** argv) {
     AddConsoleCommands(app, result);
     AddFileCommands(app, result);
     AddListCommand(app, result);
+    AddMemoryCommands(app, result);
     AddScanCommand(app, result);
     AddStringCommands(app, result);
     AddSystemCommands(app, result);
