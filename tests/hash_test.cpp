@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "quern/cerr.h"
+#include "quern/cfmt/hex.h"
 #include "quern/csys.h"
 #include "tests/support/alloc.h"
 #include "tests/support/trail.h"
@@ -511,6 +512,7 @@ TEST(Hash, EveryAllocationMayFail) {
   char keys[5][8] = {"aaaaaaa", "bbbbbbb", "ccccccc", "ddddddd", "eeeeeee"};
   auto one = [](const void*, uint32_t) { return 1u; };
   ErrStackAttach(nullptr);
+  FmtHex(keys, 8, nullptr, FMT_CHARS);  // what it makes stays, where the debug output is heard
   int lines[8] = {};
   for (int number : {1, 1, 2, 3, 4, 5, 6, 7}) {
     const bool reported = lines[1] != 0;  // the first report makes objects that stay

@@ -131,19 +131,20 @@ TEST(Scanner, DefinitionsAreChecked) {
         "Scanner 5. symbol 'low' is not writable - you MUST convert definition to uppercase or "
         "remove name conflict with string constant"})
     EXPECT_NE(report.find(line), std::string::npos) << line << "\n" << report;
-  ScanDef far[] = {{"a", 1, 1, 0, 0}, {"b", 5, 1, 0, 0}, {"c", 2, 1, 0, 0}, {nullptr, 0, 0, 0, 0}};
-  EXPECT_EQ(ScanDefine(far, 3), -7);
+  ScanDef apart[] = {
+      {"a", 1, 1, 0, 0}, {"b", 5, 1, 0, 0}, {"c", 2, 1, 0, 0}, {nullptr, 0, 0, 0, 0}};
+  EXPECT_EQ(ScanDefine(apart, 3), -7);
   EXPECT_EQ(ErrLine, 804);
-  EXPECT_EQ(ScanDefFind(1), far);
+  EXPECT_EQ(ScanDefFind(1), apart);
   EXPECT_EQ(ScanDefFind(2), nullptr);
-  EXPECT_EQ(ScanDefFind(5), far + 1);
-  EXPECT_EQ(ScanDefFind(8), far + 3);
+  EXPECT_EQ(ScanDefFind(5), apart + 1);
+  EXPECT_EQ(ScanDefFind(8), apart + 3);
   ErrClear();
   EXPECT_EQ(ScanDefine(nullptr, 0), -1);
-  EXPECT_EQ(ScanDefine(far + 3, 0), -5);
+  EXPECT_EQ(ScanDefine(apart + 3, 0), -5);
   EXPECT_EQ(ErrLine, 794);
   ErrClear();
-  EXPECT_EQ(ScanText("x", 1, far), CurrentScanner);
+  EXPECT_EQ(ScanText("x", 1, apart), CurrentScanner);
   EXPECT_EQ(ScanSymbol(3), nullptr);
   EXPECT_NE(Report().find("Symbol '3' is used but was never configured"), std::string::npos);
   Release();
