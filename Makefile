@@ -12,6 +12,7 @@
 #   make coverage      line and branch coverage of the tests, in build/coverage/report
 #   make fuzz          every fuzz target for FUZZ_SECONDS (60) each
 #   make valgrind      the tests under valgrind
+#   make mutate        changes in the library that the tests let live (MUTANTS, 100, at random)
 #   make lint          formatting and static analysis
 #   make docs          reference pages from the headers, in build/docs
 #   make install       below DESTDIR and PREFIX (/usr/local)
@@ -73,6 +74,10 @@ valgrind: linux
 	@scripts/setup valgrind
 	@scripts/valgrind
 
+MUTANTS ?= 100
+mutate: linux
+	@scripts/mutate --count $(MUTANTS)
+
 docs:
 	@scripts/setup docs
 	@scripts/docs
@@ -99,4 +104,4 @@ clean:
 	rm -rf build
 
 .PHONY: all linux run test test-x86 test-asan windows test-windows bench coverage fuzz \
-  valgrind docs install test-install dist-windows lint clean
+  valgrind mutate docs install test-install dist-windows lint clean

@@ -72,8 +72,8 @@ TAVRIX_EXPORT int32_t TAVRIX_CALL XErrorInfo(char* buffer);
  *
  * `roots` and `patterns` are lists split by ';', with environment references such as %TEMP% in
  * them; either may be null, and both null end a running enumeration. A root may hold a
- * pattern itself ("C:\\dir\\*.txt"). With FL_RECURSE give the pattern so: a separate list is searched for once
- * more per subdirectory, and its last pattern is reported twice there. */
+ * pattern itself ("C:\\dir\\*.txt"). With FL_RECURSE give the pattern so: a separate list is
+ * searched for once more per subdirectory, and its last pattern is reported twice there. */
 TAVRIX_EXPORT int32_t TAVRIX_CALL XFileList(char* buffer, const char* roots, const char* patterns,
                                             uint32_t flags);
 

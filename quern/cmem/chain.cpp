@@ -159,7 +159,7 @@ void* MemChainGet(Chain* chain, void* key, uint32_t mode) {
   uint32_t code = mode & 0xFFFF;
   if (mode & MEM_INDEX) {
     selected = code == 0 ? chain->pLast : chain->pFirst;
-    while (code != 0) {
+    while (code != 0) {                             // NOLINT(bugprone-infinite-loop)
       asm volatile("" : "+r"(selected)::"memory");  // never ends well, on purpose
       selected = selected->pNext;
     }

@@ -13,12 +13,14 @@ constexpr char kModule[] = "cmem";
 
 constexpr uint32_t kHeader = sizeof(PoolChunk);
 
-PoolChunk* ChunkOf(const MemBuf* buf) { return reinterpret_cast<PoolChunk*>(buf->pData); }
+PoolChunk* ChunkOf(const MemBuf* buf) {
+  return reinterpret_cast<PoolChunk*>(buf->pData);  // NOLINT(*-unix.Malloc): Free has moved on
+}
 
 // Gives the buffer a block for a header and `n` bytes, and clears the header.
 bool MakeChunk(MemBuf* buf, uint32_t n) {
   bool fits = n <= UINT32_MAX - kHeader;
-  if (!MemBufSet(buf, nullptr, fits ? n + kHeader : UINT32_MAX)) return false;
+  if (!MemBufSet(buf, nullptr, fits ? n + kHeader : UINT32_MAX) || !buf) return false;
   memset(buf->pData, 0, kHeader);
   ChunkOf(buf)->nAlloc = buf->nAlloc;
   return true;
@@ -124,8 +126,13 @@ MemPoolInfo* MemPoolDel(MemBuf* buf, const void* address) {
 
 void* MemPoolFree(MemBuf* buf) {
   void* last = nullptr;
-  while (MemPoolInfo* info = MemPoolDel(buf, nullptr)) free(last = info->pChunk);
-  return last;
+  while (MemPoolInfo* info = MemPoolDel(buf, nullptr)) {
+    last = info->pChunk;
+    if (buf->pData == last)
+      *buf = {buf->nAlign, 0, 0, nullptr};  // one was linked behind it by hand
+    free(last);
+  }
+  return last;  // NOLINT(*-unix.Malloc): its address alone
 }
 
 }  // namespace quern

@@ -90,7 +90,7 @@ ScanDef* Enter(ScanDef* table) {
     if (record->nId < 0) continue;
     ScanDef*& slot = scanner->pIndex[record->nId];
     if (!slot) first = slot = record;
-    if (record->fFlags & SCAN_MASK) first->fFlags |= SCAN_MASKED;
+    if (first && (record->fFlags & SCAN_MASK)) first->fFlags |= SCAN_MASKED;
   }
   return record;
 }

@@ -34,8 +34,8 @@ ScanMoment WhenOf(const ScanDef& record) {
 ByteSet All() { return {{~uint64_t{0}, ~uint64_t{0}, ~uint64_t{0}, ~uint64_t{0}}}; }
 
 void AddRange(uint8_t low, uint8_t high, ByteSet* set) {
-  for (int byte = static_cast<int8_t>(low); byte <= static_cast<int8_t>(high); ++byte)
-    set->Add(static_cast<uint8_t>(byte));
+  auto number = [](uint8_t byte) { return byte < 0x80 ? int{byte} : byte - 0x100; };
+  for (int byte = number(low); byte <= number(high); ++byte) set->Add(static_cast<uint8_t>(byte));
 }
 
 // The bytes of which a set or ranges are made.
@@ -194,9 +194,10 @@ void ForEachTry(const ScanForm& form, Take take) {
 }  // namespace
 
 ScanDef** ScanNewIndex(uint32_t slots) {
-  static_assert(sizeof(ScanForm) % sizeof(ScanDef*) == 0);
-  if (slots > (SIZE_MAX - sizeof(ScanForm)) / sizeof(ScanDef*)) return nullptr;
-  auto* form = static_cast<ScanForm*>(calloc(1, sizeof(ScanForm) + slots * sizeof(ScanDef*)));
+  static_assert(sizeof(ScanForm) % alignof(ScanDef*) == 0);
+  uint64_t size = sizeof(ScanForm) + slots * uint64_t{sizeof(void*)};
+  if (size > PTRDIFF_MAX) return nullptr;
+  auto* form = static_cast<ScanForm*>(calloc(1, static_cast<size_t>(size)));
   if (!form) return nullptr;
   for (int byte = 0; byte < 256; ++byte) form->upper[byte] = static_cast<uint8_t>(toupper(byte));
   return reinterpret_cast<ScanDef**>(form + 1);
