@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "tests/support/scan_model.h"
+#include "tests/support/scan_trial.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "quern/cscan.h"
-#include "tests/support/scan_model.h"
+#include "tests/support/scan_trial.h"
 
 namespace {
 
