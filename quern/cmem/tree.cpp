@@ -149,11 +149,7 @@ TreeLink* MemTreeUnlink(Tree* tree, TreeLink* node) {
   TreeLink* place = parent;
   if (!parent || parent->pHigh == node) place = Replacement(node, &TreeLink::pHigh);
   if (!place || place->pLow == node) place = Replacement(node, &TreeLink::pLow);
-  if (place) {
-    place->pPrev = parent;
-  } else if (node->pHigh || node->pLow) {
-    return nullptr;
-  }
+  if (place) place->pPrev = parent;  // without one the node has no children
   (parent ? node->pPrev : tree->pRoot) = place;
   return node;
 }
