@@ -32,8 +32,8 @@ static_assert(sizeof(void*) != 4 || sizeof(Tree) == 16);
 TreeLink* MemTreeLinkHigh(Tree* tree, TreeLink* parent, TreeLink* link);
 TreeLink* MemTreeLinkLow(Tree* tree, TreeLink* parent, TreeLink* link);
 
-// Takes a node out. Parent and children go on pointing at it, so that it must outlive them; the link
-// that takes its place stands in its pPrev, from where the caller may fetch it.
+// Takes a node out. Parent and children go on pointing at it, so that it must outlive them; the
+// link that takes its place stands in its pPrev, from where the caller may fetch it.
 TreeLink* MemTreeUnlink(Tree* tree, TreeLink* node);
 
 // The end of a side; null for null.
