@@ -20,12 +20,12 @@
 #include "quern/csys.h"
 #include "tests/support/call.h"
 #include "tests/support/child.h"
+#include "tests/support/limit.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"
 
 #ifndef _WIN32
 #include <signal.h>
-#include <sys/resource.h>
 #endif
 
 namespace quern {
@@ -420,8 +420,7 @@ TEST(Content, AFullDiskCostsNothing) {
   tree.File("f", "12345");
   int code = tavrix_test::InChild([&] {
     signal(SIGXFSZ, SIG_DFL);
-    rlimit limit = {100'000, 100'000};
-    setrlimit(RLIMIT_FSIZE, &limit);
+    tavrix_test::Limit limit(RLIMIT_FSIZE, 100'000);
     FileObject* file = FileOpen(nullptr, tree.Path("f").c_str(), FO_MAPPED | 2);
     if (!file || FileAppendf("678") != 3) return 1;
     std::string large(200'000, 'x');

@@ -9,7 +9,9 @@
 #include <filesystem>
 #include <string>
 
+#include "exports/tavrix32.h"
 #include "platform/win32.h"
+#include "tests/support/child.h"
 #include "tests/support/tree.h"
 
 namespace {
@@ -45,7 +47,7 @@ class PosixDialog : public testing::Test {
   bool TypedGives(const char* typed, const std::string& expected) {
     int master;
     pid_t child = forkpty(&master, nullptr, nullptr, nullptr);
-    if (child == 0) _exit((GetOpenFileNameA(&ofn_) ? file_ : "") == expected ? 0 : 1);
+    if (child == 0) exit((GetOpenFileNameA(&ofn_) ? file_ : "") == expected ? 0 : 1);
     for (char byte = 0; byte != ':' && read(master, &byte, 1) == 1;) shown_ += byte;
     int status = 1;
     if (write(master, typed, strlen(typed)) < 0) return false;
@@ -130,14 +132,26 @@ TEST_F(PosixDialog, AsksOnTheTerminalWithoutADisplay) {
   strcpy(file_, "preset");
   EXPECT_TRUE(TypedGives("\n", folder_ + "/preset"));
   file_[0] = 0;
-  pid_t child = fork();
-  if (child == 0) {
+  int code = tavrix_test::InChild([&] {
     setsid();  // no terminal any more
-    _exit(GetOpenFileNameA(&ofn_) || CommDlgExtendedError() ? 1 : 0);
-  }
-  int status = 1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0) << "nobody to ask is a cancel";
+    return GetOpenFileNameA(&ofn_) || CommDlgExtendedError() ? 1 : 0;
+  });
+  EXPECT_EQ(code, 0) << "nobody to ask is a cancel";
+}
+
+TEST_F(PosixDialog, IsWhatTheExportAndTheProgramAsk) {
+  Answer("zenity", folder_ + "/a.txt");
+  ofn_.lStructSize = 0;
+  EXPECT_EQ(XDlgFileOpen(&ofn_), 1) << "it sets the size itself";
+  EXPECT_EQ(ofn_.lStructSize, 76u);
+  EXPECT_EQ(file_, folder_ + "/a.txt");
+  std::string open = TAVRIX_PROGRAM " open >'" + tree_.Path("out") + "' 2>&1";
+  EXPECT_EQ(system(open.c_str()), 0);
+  EXPECT_EQ(tree_.Read("out"), folder_ + "/a.txt\n");
+  Desktop("zenity", "exit 1");
+  EXPECT_EQ(XDlgFileOpen(&ofn_), 0);
+  EXPECT_EQ(WEXITSTATUS(system(open.c_str())), 1);
+  EXPECT_EQ(tree_.Read("out"), "tavrix: no file was chosen\n");
 }
 
 }  // namespace

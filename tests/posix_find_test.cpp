@@ -1,8 +1,6 @@
 // The search of directories: matching, order, attributes, and that nothing stale is handed out.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +14,8 @@
 
 #include "platform/posix/directory.h"
 #include "platform/win32.h"
+#include "tests/support/child.h"
+#include "tests/support/limit.h"
 #include "tests/support/name_model.h"
 #include "tests/support/tree.h"
 
@@ -232,15 +232,13 @@ TEST(PosixFind, HoldsNoDescriptorAndSaysWhenThereIsNone) {
   for (const char* name : {"a", "b"}) tree.File(name);
   WIN32_FIND_DATAA data;
   HANDLE search = First(tree.Path("?"), &data);
-  rlimit before;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  rlimit none = {0, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-  EXPECT_TRUE(FindNextFileA(search, &data));
-  EXPECT_STREQ(data.cFileName, "b");
-  posix_layer::ForgetDirectory();
-  EXPECT_EQ(FirstError(tree.Path("*")), ERROR_TOO_MANY_OPEN_FILES);
-  setrlimit(RLIMIT_NOFILE, &before);
+  {
+    tavrix_test::Limit none(RLIMIT_NOFILE, 0);
+    EXPECT_TRUE(FindNextFileA(search, &data));
+    EXPECT_STREQ(data.cFileName, "b");
+    posix_layer::ForgetDirectory();
+    EXPECT_EQ(FirstError(tree.Path("*")), ERROR_TOO_MANY_OPEN_FILES);
+  }
   EXPECT_TRUE(FindClose(search));
   int next = dup(0);
   for (int i = 0; i < 100; ++i) FindClose(First(tree.Path("?"), &data));
@@ -254,18 +252,14 @@ TEST(PosixFind, RefusesADirectoryThatCannotBeRead) {
   ASSERT_EQ(chmod(tree.Path("shut").c_str(), 0700), 0);
   Settle();
   List(tree.Path("shut/*"));  // kept for this user, and for no other
-  pid_t child = fork();
-  if (child == 0) {
+  int code = tavrix_test::InChild([&] {
     // Root reads everything: a user of no rights asks instead.
     int result =
         geteuid() == 0 ? setresuid(65534, 65534, 65534) : chmod(tree.Path("shut").c_str(), 0);
-    if (result != 0) _exit(3);
-    _exit(FirstError(tree.Path("shut/*")) == ERROR_ACCESS_DENIED ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 3) GTEST_SKIP() << "rights cannot be given up";
-  EXPECT_EQ(status, 0);
+    return result != 0 ? 3 : FirstError(tree.Path("shut/*")) != ERROR_ACCESS_DENIED;
+  });
+  if (code == 3) GTEST_SKIP() << "rights cannot be given up";
+  EXPECT_EQ(code, 0);
 }
 
 }  // namespace

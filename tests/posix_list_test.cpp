@@ -1,7 +1,6 @@
 // The enumeration where the system refuses: descriptors, permissions, loops of links.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 
 #include "exports/tavrix32.h"
 #include "quern/cerr.h"
+#include "tests/support/limit.h"
 #include "tests/support/tree.h"
 
 namespace {
@@ -36,16 +36,14 @@ TEST(PosixList, SixteenDescriptorsAreEnough) {
   }
   Names wanted = List(tree.Path() + "/*", FL_RECURSE);
   ASSERT_EQ(wanted.size(), 90u);
-  rlimit before;
-  getrlimit(RLIMIT_NOFILE, &before);
-  rlimit limit = {16, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  EXPECT_EQ(List(tree.Path() + "/*", FL_RECURSE), wanted);
-  limit.rlim_cur = 3;  // none left: every directory is as good as unreadable
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  Names none = List(tree.Path() + "/*", FL_RECURSE);
-  setrlimit(RLIMIT_NOFILE, &before);
-  EXPECT_EQ(none, Names{});
+  {
+    tavrix_test::Limit few(RLIMIT_NOFILE, 16);
+    EXPECT_EQ(List(tree.Path() + "/*", FL_RECURSE), wanted);
+  }
+  {
+    tavrix_test::Limit none(RLIMIT_NOFILE, 3);  // every directory is as good as unreadable
+    EXPECT_EQ(List(tree.Path() + "/*", FL_RECURSE), Names{});
+  }
   EXPECT_EQ(quern::ErrCurrent, nullptr);
 }
 

@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -14,6 +12,8 @@
 
 #include "platform/win32.h"
 #include "tests/support/alloc.h"
+#include "tests/support/child.h"
+#include "tests/support/limit.h"
 #include "tests/support/tree.h"
 
 namespace {
@@ -237,17 +237,10 @@ constexpr int kSkipped = 77;
 
 // Runs checks in a child, for which signals mean death, and gives what it ended with.
 template <typename Checks>
-int InChild(Checks checks) {
+int ChecksInChild(Checks checks) {
   fflush(nullptr);
-  pid_t child = fork();
-  if (child == 0) {
-    int code = checks() ? static_cast<int>(testing::Test::HasFailure()) : kSkipped;
-    fflush(nullptr);
-    _exit(code);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  return tavrix_test::InChild(
+      [&] { return checks() ? static_cast<int>(testing::Test::HasFailure()) : kSkipped; });
 }
 
 // Mounts a file system of a kind in a name space of this process; false when that is not allowed.
@@ -262,11 +255,6 @@ bool Mount(const char* kind, const char* options, const std::string& folder) {
   }
   return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
          mount("none", folder.c_str(), kind, 0, options) == 0;
-}
-
-void LimitFileSize(rlim_t size) {
-  rlimit limit = {size, size};
-  setrlimit(RLIMIT_FSIZE, &limit);
 }
 
 // Lets a file grow until there is no room. What it then has can be written to, and is as it was.
@@ -295,7 +283,7 @@ void ExpectGrowthToTheEnd(const std::string& name) {
 TEST(PosixMapping, MeetsTheLimitOfAFile) {
   Tree tree;
   auto checks = [&] {
-    LimitFileSize(1'000'000);
+    tavrix_test::Limit limit(RLIMIT_FSIZE, 1'000'000);
     ExpectGrowthToTheEnd(tree.Path("file"));
     HANDLE file = Open(tree.Path("file"));
     EXPECT_FALSE(CutTo(file, 1'000'001));
@@ -303,7 +291,7 @@ TEST(PosixMapping, MeetsTheLimitOfAFile) {
     EXPECT_EQ(Mapping(INVALID_HANDLE_VALUE, PAGE_READWRITE, 1'000'001), nullptr);
     return true;
   };
-  EXPECT_EQ(InChild(checks), 0);
+  EXPECT_EQ(ChecksInChild(checks), 0);
 }
 
 TEST(PosixMapping, MeetsAFullDisk) {
@@ -327,7 +315,7 @@ TEST(PosixMapping, MeetsAFullDisk) {
     memset(view, 'x', 900'000);
     return true;
   };
-  int result = InChild(checks);
+  int result = ChecksInChild(checks);
   if (result == kSkipped) GTEST_SKIP() << "no file system can be mounted here";
   EXPECT_EQ(result, 0);
 }
@@ -336,11 +324,11 @@ TEST(PosixMapping, GrowsWhereTheFileSystemReservesNothing) {
   Tree tree;
   auto checks = [&] {
     if (!Mount("ramfs", nullptr, tree.Path())) return false;
-    LimitFileSize(950'000);  // in the middle of a growth
+    tavrix_test::Limit limit(RLIMIT_FSIZE, 950'000);  // in the middle of a growth
     ExpectGrowthToTheEnd(tree.Path("file"));
     return true;
   };
-  int result = InChild(checks);
+  int result = ChecksInChild(checks);
   if (result == kSkipped) GTEST_SKIP() << "no file system can be mounted here";
   EXPECT_EQ(result, 0);
 }

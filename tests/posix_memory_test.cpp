@@ -1,7 +1,6 @@
 // Probes of memory: every protection, every edge, nothing touched.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -9,6 +8,7 @@
 #include <cstring>
 
 #include "platform/win32.h"
+#include "tests/support/limit.h"
 
 namespace {
 
@@ -64,12 +64,8 @@ TEST_F(PosixMemory, TellsWhatCanBeRead) {
 
 TEST_F(PosixMemory, TellsWhatCanBeWrittenAlsoWithoutDescriptors) {
   ExpectWriteProbes();
-  rlimit before;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  rlimit none = {0, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  tavrix_test::Limit none(RLIMIT_NOFILE, 0);
   ExpectWriteProbes();
-  setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST_F(PosixMemory, ReadsTextsToTheirEnd) {

@@ -1,7 +1,6 @@
 // Command lines in words, and processes from their start to their end.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 
 #include "platform/posix/process.h"
 #include "platform/win32.h"
+#include "tests/support/limit.h"
 #include "tests/support/tree.h"
 
 namespace {
@@ -133,12 +133,10 @@ TEST(PosixProcess, WaitsAsLongAsItIsTold) {
   EXPECT_TRUE(GetExitCodeProcess(process, &code));
   EXPECT_EQ(code, STILL_ACTIVE);
   // With no descriptor left to be told by.
-  rlimit before;
-  getrlimit(RLIMIT_NOFILE, &before);
-  rlimit none = {0, before.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  EXPECT_EQ(WaitForSingleObject(process, 30), WAIT_TIMEOUT);
-  setrlimit(RLIMIT_NOFILE, &before);
+  {
+    tavrix_test::Limit none(RLIMIT_NOFILE, 0);
+    EXPECT_EQ(WaitForSingleObject(process, 30), WAIT_TIMEOUT);
+  }
   EXPECT_EQ(WaitForSingleObject(process, 20000), WAIT_OBJECT_0);
   EXPECT_LT(Clock::now() - begun, 10s);
   EXPECT_TRUE(CloseHandle(process));

@@ -1,7 +1,6 @@
 // Temporary names, copies and removal.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 
 #include "platform/win32.h"
 #include "tests/support/alloc.h"
+#include "tests/support/limit.h"
 #include "tests/support/tree.h"
 
 namespace {
@@ -147,8 +147,7 @@ TEST(PosixTemporary, TellsWhyItCouldNotCopy) {
   EXPECT_EQ(tree.Read("to"), "old");
   tree.SetReadOnly("to", false);
   // No signal ends the process at the limit of a file.
-  rlimit limit = {100'000, RLIM_INFINITY};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  tavrix_test::Limit limit(RLIMIT_FSIZE, 100'000);
   EXPECT_EQ(Copy(tree.Path("from"), tree.Path("half")), ERROR_DISK_FULL);
   EXPECT_FALSE(tree.Exists("half"));
   EXPECT_EQ(Copy(tree.Path("from"), tree.Path("to")), ERROR_DISK_FULL);

@@ -1,0 +1,30 @@
+// Narrows what the system lets this process use, where there are such limits.
+#pragma once
+
+#ifndef _WIN32
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+namespace tavrix_test {
+
+// A limit of this process (RLIMIT_NOFILE and the like) while it lives.
+class Limit {
+ public:
+  Limit(__rlimit_resource resource, rlim_t most) : resource_(resource) {
+    EXPECT_EQ(getrlimit(resource_, &before_), 0);
+    rlimit narrow = {most, before_.rlim_max};
+    EXPECT_EQ(setrlimit(resource_, &narrow), 0);
+  }
+  ~Limit() { setrlimit(resource_, &before_); }
+  Limit(const Limit&) = delete;
+  Limit& operator=(const Limit&) = delete;
+
+ private:
+  __rlimit_resource resource_;
+  rlimit before_;
+};
+
+}  // namespace tavrix_test
+
+#endif
