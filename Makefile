@@ -6,6 +6,7 @@
 #   make test          that, then the tests (same as scripts/test)
 #   make test-x86      the same tests as a 32-bit program
 #   make test-asan     the same tests under the address and undefined-behaviour sanitizers
+#   make test-faults   those tests alone that let every allocation and system call fail in turn
 #   make windows       build/windows-x86: Tavrix32.dll, its import library, tavrix.exe, the tests
 #   make test-windows  those tests and a client of the DLL, under Wine
 #   make bench         every benchmark, beside what a user would pick instead
@@ -48,6 +49,10 @@ test-x86:
 test-asan:
 	$(call build,asan,linux)
 	@ctest --preset asan
+
+test-faults:
+	$(call build,linux,linux)
+	@ctest --preset linux -R MayFail
 
 windows:
 	$(call build,windows-x86,windows)
@@ -103,5 +108,5 @@ lint:
 clean:
 	rm -rf build
 
-.PHONY: all linux run test test-x86 test-asan windows test-windows bench coverage fuzz \
+.PHONY: all linux run test test-x86 test-asan windows test-windows test-faults bench coverage fuzz \
   valgrind mutate docs install test-install dist-windows lint clean

@@ -37,10 +37,14 @@ Pair Get(uint32_t command) {
   return {static_cast<int32_t>(a), static_cast<int32_t>(b)};
 }
 
+void Do(uint32_t command, uintptr_t a = 0, uintptr_t b = 0) {
+  EXPECT_EQ(CslSet(command, a, b), 0) << command;
+}
+
 // Where a command moves the cursor to from column 11, row 6; columns and rows count from 1.
 Pair Moved(uint32_t command, int32_t a, int32_t b = 0) {
-  CslSet(CSL_POSITION, 11, 6);
-  EXPECT_EQ(CslSet(command, static_cast<uintptr_t>(a), static_cast<uintptr_t>(b)), 0);
+  Do(CSL_POSITION, 11, 6);
+  Do(command, static_cast<uintptr_t>(a), static_cast<uintptr_t>(b));
   return Get(CSL_POSITION);
 }
 
@@ -65,7 +69,10 @@ TEST(Console, CommandsMoveTheCursor) {
     int32_t height = info.srWindow.Bottom - info.srWindow.Top + 1;
     EXPECT_EQ(Get(CSL_WINDOW_SIZE), (Pair{width, height}));
     EXPECT_EQ(Get(CSL_BUFFER_SIZE), (Pair{info.dwSize.X, info.dwSize.Y}));
-    EXPECT_EQ(Get(CSL_WINDOW_WIDTH).a, width);
+    EXPECT_EQ(Get(CSL_WINDOW_WIDTH), (Pair{width, 77}));
+    EXPECT_EQ(Get(CSL_WINDOW_HEIGHT), (Pair{height, 77}));
+    EXPECT_EQ(Get(CSL_BUFFER_WIDTH), (Pair{info.dwSize.X, 77}));
+    EXPECT_EQ(Get(CSL_BUFFER_HEIGHT), (Pair{info.dwSize.Y, 77}));
     EXPECT_EQ(ConsoleWidth(), static_cast<uint32_t>(width));
     EXPECT_EQ(Moved(CSL_POSITION, 1, 1), (Pair{1, 1}));
     EXPECT_EQ(Moved(CSL_FORWARD, 5), (Pair{16, 6}));
@@ -84,6 +91,10 @@ TEST(Console, CommandsMoveTheCursor) {
     EXPECT_EQ(Moved(CSL_ROW_WINDOW, 1), (Pair{11, 7}));
     EXPECT_EQ(Moved(CSL_POSITION_WINDOW, 1, 0x50002), (Pair{12, 8}));
     CslSet(CSL_POSITION, 11, 6);
+    EXPECT_EQ(Get(CSL_COLUMN), (Pair{11, 77}));
+    EXPECT_EQ(Get(CSL_ROW), (Pair{6, 77}));
+    EXPECT_EQ(Get(CSL_COLUMN_WINDOW), (Pair{11 - info.srWindow.Left, 77}));
+    EXPECT_EQ(Get(CSL_ROW_WINDOW), (Pair{6 - info.srWindow.Top, 77}));
     EXPECT_EQ(Get(CSL_PACKED).a, 6 << 16 | 11);
     EXPECT_EQ(Get(CSL_PACKED_WINDOW).a, (6 - info.srWindow.Top) << 16 | (11 - info.srWindow.Left));
     EXPECT_EQ(Get(CSL_POSITION_WINDOW), (Pair{11 - info.srWindow.Left, 6 - info.srWindow.Top}));
@@ -107,6 +118,9 @@ TEST(Console, CursorShapeIsSetAndPutBack) {
     int32_t found = Get(CSL_SIZE).a;
     EXPECT_EQ(Get(CSL_HIDDEN).a, 0);
     CslSet(CSL_HIDDEN, 0, 0);
+    EXPECT_EQ(CslSet(CSL_RESTORE_CURSOR, 0, 0), 0);
+    EXPECT_EQ(Get(CSL_HIDDEN).a, 0);
+    Do(CSL_HIDDEN);
     EXPECT_EQ(Get(CSL_HIDDEN).a, 1);
     EXPECT_EQ(Get(CSL_VISIBLE).a, 0);
     CslSet(CSL_SIZE, 90, 0);
@@ -124,49 +138,51 @@ TEST(Console, CursorShapeIsSetAndPutBack) {
 
 TEST(Console, AttributesWrittenAreReadBack) {
   ON_CONSOLE([] {
-    CslSet(CSL_POSITION, 3, 2);
+    Do(CSL_POSITION, 3, 2);
     int32_t saved = Get(CSL_COLOUR).a;
     EXPECT_EQ(Get(CSL_COLOURS), (Pair{saved & 15, saved & 0xF0}));
-    CslSet(CSL_COLOUR, 0x1E, 0);
+    EXPECT_EQ(Get(CSL_FOREGROUND), (Pair{saved & 15, 77}));
+    EXPECT_EQ(Get(CSL_BACKGROUND), (Pair{saved & 0xF0, 77}));
+    Do(CSL_COLOUR, 0x1E);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x1E);
     EXPECT_EQ(Get(CSL_TEXT_FOREGROUND).a, 0x0E);
     EXPECT_EQ(Get(CSL_TEXT_BACKGROUND).a, 0x10);
     EXPECT_EQ(Get(CSL_TEXT_COLOURS), (Pair{0x0E, 0x10}));
-    CslSet(CSL_FOREGROUND, 0x3A, 0);
+    Do(CSL_FOREGROUND, 0x3A);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x0A + (saved & 0xF0));
-    CslSet(CSL_BACKGROUND, 0x3A, 0);
+    Do(CSL_BACKGROUND, 0x3A);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, (saved & 0x0F) + 0x30);
-    CslSet(CSL_COLOURS, 0x3A, 0x5B);
+    Do(CSL_COLOURS, 0x3A, 0x5B);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x5A);
-    CslSet(CSL_TEXT_COLOUR, 0x1234, 0);
+    Do(CSL_TEXT_COLOUR, 0x1234);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x34);
     // The current colour is that of the cell at the cursor, not that of new text.
     EXPECT_EQ(CslPaint(0x65, 2, 1, 12, 1, 0, 0), 0);
     EXPECT_EQ(AttributeAt(2, 1), 0x65);
     EXPECT_EQ(AttributeAt(11, 1), 0x65);
     EXPECT_NE(AttributeAt(12, 1), 0x65);
-    CslSet(CSL_TEXT_FOREGROUND, 0x09, 0);
+    Do(CSL_TEXT_FOREGROUND, 0x09);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x69);
-    CslSet(CSL_TEXT_BACKGROUND, 0x90, 0);
+    Do(CSL_TEXT_BACKGROUND, 0x90);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x95);
-    CslSet(CSL_TEXT_COLOURS, 0x09, 0x10);
+    Do(CSL_TEXT_COLOURS, 0x09, 0x10);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x19);
     CslPaint(0, 4, 1, 6, 1, 0x80, 0x01);  // masks
     EXPECT_EQ(AttributeAt(3, 1), 0x65);
     EXPECT_EQ(AttributeAt(4, 1), 0xE4);
-    CslSet(CSL_POSITION, 6, 2);
+    Do(CSL_POSITION, 6, 2);
     EXPECT_EQ(CslMarkRun(0x2F, 3), 0);
     EXPECT_EQ(AttributeAt(5, 1), 0x2F);
     EXPECT_EQ(AttributeAt(7, 1), 0x2F);
     EXPECT_EQ(AttributeAt(8, 1), 0x65);
-    CslSet(CSL_RESTORE_COLOUR, 0, 0);
+    Do(CSL_RESTORE_COLOUR, 0);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, saved);
-    CslSet(CSL_COLOUR, 0x4E, 0);
-    CslSet(CSL_KEEP, 0, 0);
+    Do(CSL_COLOUR, 0x4E);
+    Do(CSL_KEEP, 0);
     CslClass(0);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR | kCslNoObject).a, 0x4E);
-    CslSet(CSL_OPEN, 0, 0);  // a console of its own again, for which 0x2F is what it found
-    CslSet(CSL_COLOUR, 0x01, 0);
+    Do(CSL_OPEN, 0);  // a console of its own again, for which 0x2F is what it found
+    Do(CSL_COLOUR, 0x01);
     CslClass(0);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR | kCslNoObject).a, 0x2F);
   });
@@ -177,21 +193,21 @@ TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
     CONSOLE_SCREEN_BUFFER_INFO info = Screen();
     int16_t right = static_cast<int16_t>(info.dwSize.X - 1);
     int16_t bottom = static_cast<int16_t>(info.dwSize.Y - 1);
-    CslSet(CSL_POSITION, 5, 3);
+    Do(CSL_POSITION, 5, 3);
     EXPECT_EQ(CslSet(CSL_CLEAR, 0x25, 0), 0);
     EXPECT_EQ(AttributeAt(0, 0), 0x20);
     EXPECT_EQ(AttributeAt(right, bottom), 0x20);
     int32_t text = Get(CSL_TEXT_COLOUR).a;
     EXPECT_EQ(text & 0xF0, 0x20);
-    CslSet(CSL_CLEAR_ON, 0x30, 0);
+    Do(CSL_CLEAR_ON, 0x30);
     EXPECT_EQ(AttributeAt(3, 2), 0x20);
     EXPECT_EQ(AttributeAt(4, 2), 0x30);
     EXPECT_EQ(AttributeAt(right, bottom), 0x30);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x30);  // over what was at the cursor before, 0x20
-    CslSet(CSL_CLEAR_ROWS, 0x40, 0);
+    Do(CSL_CLEAR_ROWS, 0x40);
     EXPECT_EQ(AttributeAt(right, 1), 0x20);
     EXPECT_EQ(AttributeAt(0, 2), 0x40);
-    CslSet(CSL_CLEAR_COLOURS, 0x5C, 0x6D);
+    Do(CSL_CLEAR_COLOURS, 0x5C, 0x6D);
     EXPECT_EQ(AttributeAt(0, 0), 0x6C);
     EXPECT_EQ(AttributeAt(right, bottom), 0x6C);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x50);
@@ -205,6 +221,8 @@ TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
     EXPECT_EQ(CslPaint(0x33, 3, 1, 2, 1, 0, 0), -2);
     EXPECT_EQ(ErrLine, 337);
     EXPECT_EQ(CslPaint(0x33, 3, 1, 3, 1, 0, 0), 0);
+    EXPECT_EQ(CslPaint(0x33, 0, 0, 0, 0, 0, 0), 0);
+    EXPECT_EQ(AttributeAt(0, 0), 0x11);
     tavrix_test::AllocationFault fault(1);
     EXPECT_EQ(CslPaint(0x33, 3, 1, 4, 1, 0, 0), -2);
   });
@@ -257,6 +275,33 @@ TEST(Console, NoMemoryAndNoHandle) {
 #endif
 }
 
+// Whichever allocation fails: a failure is a raise, and nothing is left behind.
+TEST(Console, EveryAllocationMayFail) {
+  SetEnvironmentVariableA("prompt", "$p$e[1m");
+  ErrRaise("test", 1, 1);
+  ErrClear();
+  SetEnvironmentVariableA("prompt", "$p$e[0m");
+  const int64_t before = tavrix_test::LiveBlocks();
+  int64_t number = 1;
+  for (bool hit = true; hit; ++number) {
+    tavrix_test::AllocationFault fault(number);
+    uintptr_t text = 0;
+    const int32_t opened = CslSet(CSL_OPEN, 0, 0);
+    const int32_t painted = CslPaint(0x1E, 0, 0, 3, 0, 0, 0);
+    const int32_t asked = CslGet(CSL_PROMPT, &text, nullptr);
+    const char* prompt = CslSetPrompt("\x1B[1m");
+    hit = fault.Hit();
+    if (opened != 0) EXPECT_EQ(opened, -1000) << number;
+    if (painted != 0) EXPECT_EQ(painted, -2) << number;
+    if (opened == 0) EXPECT_EQ(asked, 0) << number;
+    EXPECT_TRUE(hit || prompt) << number;
+    ErrClear();
+    CslClass(0);
+    EXPECT_LE(tavrix_test::LiveBlocks(), before + 2) << number << ": a variable's text";
+  }
+  EXPECT_GT(number, 4);
+}
+
 TEST(Console, ColourPairsAndEscapeTexts) {
   EXPECT_EQ(CslColorPair(0x1F, 0, kColorPair), 0x11);
   EXPECT_EQ(CslColorPair(0x1F, 17, kColorPair), 0x22);
@@ -267,6 +312,10 @@ TEST(Console, ColourPairsAndEscapeTexts) {
   EXPECT_EQ(CslColorPair(0x00, -1, kColorPair), 0);      // in front of the table
   EXPECT_EQ(CslColorPair(0x10, -32, kColorPair), 0xFC);  // row 1, column -1
   EXPECT_EQ(CslColorPair(0x1F, 0, 417), -1);
+  uint32_t sum = 0;  // of the whole table, column by column
+  for (int32_t shift = 0; shift < 256; ++shift)
+    sum = sum * 31 + static_cast<uint32_t>(CslColorPair(0, shift, kColorPair));
+  EXPECT_EQ(sum, 0x1B9EE420u);
   EXPECT_STREQ(CslAnsi(0x1E, 0), "\x1B[0;1;33;44m");
   EXPECT_STREQ(CslAnsi(0x04, 0), "\x1B[0;31;40m");
   EXPECT_STREQ(CslAnsi(0xF9, 0xD0), "\x1B[0;1;5;4;7;8;34;47m");
@@ -279,17 +328,32 @@ TEST(Console, ProgressDrawsWhatIsMissing) {
     uint32_t command, value, low, high, width, drawn;
   };
   const Step steps[] = {
-      {PROGRESS_FULL, 0, 0, 100, 0, 0},     {9, 1, 0, 100, 20, 0},
-      {PROGRESS_UP, 50, 0, 100, 20, 10},    {PROGRESS_UP, 60, 0, 100, 20, 12},
-      {PROGRESS_UP, 10, 0, 100, 20, 12},    {PROGRESS_ADD, 10, 0, 100, 20, 14},  // 12 + 2
-      {PROGRESS_ADD, 14, 0, 100, 20, 14},   {PROGRESS_ADD_PER_CENT, 2000, 0, 100, 20, 16},
-      {PROGRESS_UP, 85, 0, 100, 20, 17},    {PROGRESS_ADD_PART, 100, 0, 100, 200, 19},
-      {PROGRESS_DOWN, 30, 10, 110, 25, 20}, {PROGRESS_DOWN, 5, 10, 110, 20, 21},
+      {PROGRESS_FULL, 0, 0, 100, 0, 0},
+      {9, 1, 0, 100, 20, 0},
+      {PROGRESS_UP, 0, 10, 110, 20, 0},
+      {PROGRESS_UP, 1, 0, 100, 20, 1},
+      {PROGRESS_START, 4, 0, 100, 200, 1},
+      {PROGRESS_START, 0, 0, 100, 20, 1},
+      {PROGRESS_ADD_PER_CENT, 2000, 0, 400, 40, 3},  // 1 + 2
+      {PROGRESS_UP, 50, 0, 100, 20, 10},
+      {PROGRESS_UP, 60, 0, 100, 20, 12},
+      {PROGRESS_UP, 10, 0, 100, 20, 12},
+      {PROGRESS_ADD, 10, 0, 100, 20, 14},  // 12 + 2
+      {PROGRESS_ADD, 14, 0, 100, 20, 14},
+      {PROGRESS_ADD_PER_CENT, 2000, 0, 100, 20, 16},
+      {PROGRESS_UP, 85, 0, 100, 20, 17},
+      {PROGRESS_ADD_PART, 100, 0, 100, 200, 19},
+      {PROGRESS_DOWN, 30, 10, 110, 25, 20},
+      {PROGRESS_DOWN, 5, 10, 110, 20, 21},
       {PROGRESS_UP, 5, 10, 110, 20, 21},  // below the range: no number of characters, so 1
-      {PROGRESS_UP, 24, 7, 7, 20, 21},      {PROGRESS_UP, 31, 7, 7, 20, 24},
-      {PROGRESS_UP, 5, 110, 10, 20, 24},    {PROGRESS_UP, 0xFFFFFFFF, 0, 1, 0xFFFFFFFF, 24},
-      {PROGRESS_FULL, 0, 0, 100, 26, 26},   {PROGRESS_FULL, 0, 0, 100, 26, 26},
-      {PROGRESS_START, 4, 0, 100, 100, 26}, {PROGRESS_ADD, 20, 0, 100, 100, 31},  // 26 + 20 / 4
+      {PROGRESS_UP, 24, 7, 7, 20, 21},
+      {PROGRESS_UP, 31, 7, 7, 20, 24},
+      {PROGRESS_UP, 5, 110, 10, 20, 24},
+      {PROGRESS_UP, 0xFFFFFFFF, 0, 1, 0xFFFFFFFF, 24},
+      {PROGRESS_FULL, 0, 0, 100, 26, 26},
+      {PROGRESS_FULL, 0, 0, 100, 26, 26},
+      {PROGRESS_START, 4, 0, 100, 100, 26},
+      {PROGRESS_ADD, 20, 0, 100, 100, 31},  // 26 + 20 / 4
   };
   testing::internal::CaptureStdout();
   for (const Step& step : steps)
@@ -349,7 +413,7 @@ TEST(ConsoleDeathTest, ExitFunctionsRunBeforeTheCleanUp) {
     static void (*enrolled)() = [] {
       fputs(CslCurrent && CslCurrent->hOutput ? "alive" : "gone", stderr);
     };
-    EXPECT_EQ(CslAtExit(enrolled, 0), 0);
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(CslAtExit(enrolled, 0), 0);
     EXPECT_EQ(CslAtExit(enrolled, 1), 0);
     EXPECT_EQ(CslAtExit(nullptr, 1), -1);
     CslSet(CSL_OPEN, 0, 0);

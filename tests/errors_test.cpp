@@ -5,10 +5,14 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "exports/tavrix32.h"
 #include "platform/win32.h"
 #include "quern/cerr.h"
 #include "quern/cobj.h"
@@ -125,6 +129,7 @@ TEST(Errors, TrailOfNestedFailures) {
   char trail[64] = "";
   EXPECT_EQ(ErrInfo(trail, -1), nullptr);  // makes no stack
   EXPECT_EQ(ErrClear(), -1);
+  EXPECT_EQ(ErrClass(0), 0u);
   EXPECT_EQ(ErrCurrent, nullptr);
   EXPECT_EQ(ErrRaise(kModule, 12, 2), -2);
   EXPECT_STREQ(ErrFile, "test");
@@ -132,8 +137,10 @@ TEST(Errors, TrailOfNestedFailures) {
   ErrRaise(kModule, 13, 1000);
   EXPECT_STREQ(ErrInfo(trail, -1), "1000.02");
   EXPECT_STREQ(ErrInfo(trail, 0), "1000");
+  EXPECT_EQ(XErrorInfo(strcpy(trail, "")), 0);
+  EXPECT_STREQ(trail, "1000");
   SetLastError(5);
-  ErrClear();
+  EXPECT_EQ(ErrClear(), 0);
   EXPECT_EQ(GetLastError(), 0u);
   ErrRaiseText(kModule, 14, ERR_LIBRARY | 4, 31, "here");
   EXPECT_STREQ(reinterpret_cast<const char*>(ErrCurrent->entries[1].value), "Failed to open here");
@@ -143,6 +150,9 @@ TEST(Errors, TrailOfNestedFailures) {
   ErrRaise(kModule, 16, ERR_SYSTEM | 3);
   ASSERT_EQ(ErrCurrent->nCount, 2u);
   EXPECT_EQ(ErrCurrent->entries[0].value, 1234u);
+  EXPECT_EQ(ClearedTrail(), "03");
+  EXPECT_EQ(ErrRaiseText(kModule, 17, 3, "text"), -3);
+  EXPECT_EQ(ErrCurrent->entries[1].flags, ERR_TEXT | ERR_RAISED);
   EXPECT_EQ(ClearedTrail(), "03");
   ErrRaise(kModule, 17, ERR_LIBRARY);  // value 0: as if nothing had failed
   EXPECT_EQ(ErrLast, 0);
@@ -168,6 +178,8 @@ TEST(Errors, StacksAreAttachedAndReplaced) {
   EXPECT_EQ(own.nHighest, 39u);
   EXPECT_EQ(ErrStackAttach(first), first);
   EXPECT_EQ(first->nHighest, 50u);
+  EXPECT_EQ(ErrSetTable(nullptr, nullptr), first);
+  EXPECT_EQ(first->nHighest, 39u);
   EXPECT_EQ(ErrClass(reinterpret_cast<uintptr_t>(&own)), 0u);
   EXPECT_EQ(own.header.tag, 0u);
   EXPECT_EQ(ErrCurrent, nullptr);
@@ -192,6 +204,7 @@ TEST(Errors, TextsStayWhereTheyAre) {
   EXPECT_LE(tavrix_test::LiveBlocks(), before + 1);  // the buffer is kept, what it outgrew is not
   const char* plain = "no conversions";
   EXPECT_EQ(ErrFormat(reinterpret_cast<uintptr_t>(plain)), plain);
+  EXPECT_STREQ(ErrFormat(reinterpret_cast<uintptr_t>("%s"), ""), "");
 }
 
 TEST(Errors, TextsBelongToTheirStack) {
@@ -227,6 +240,29 @@ TEST(Errors, EveryAllocationOfARaiseMayFail) {
   EXPECT_EQ(ClearedTrail(), "07:06");
 }
 
+TEST(Errors, TheMessagesAreThoseOfThePage) {
+  std::map<std::string, std::string> page;  // number: text and flags
+  std::ifstream file(TAVRIX_SOURCES "/docs/error-codes.md");
+  std::string line;
+  while (std::getline(file, line) && line != "## Messages") {
+  }
+  while (std::getline(file, line)) {
+    size_t end = line.find(" | `");
+    if (line.starts_with("| ") && end != std::string::npos)
+      page[line.substr(2, end - 2)] = line.substr(end + 3);
+  }
+  for (const MessageRow* row = MessageTable;; ++row) {
+    char flags[16];
+    snprintf(flags, sizeof flags, "` | `0x%04X`", row->flags);
+    std::string number = row->code ? std::to_string(row->code) : "others";
+    std::string text = row->text + strspn(row->text, " ");
+    EXPECT_TRUE(page[number].starts_with("`" + text + flags)) << page[number];
+    page.erase(number);
+    if (row->code == 0) break;
+  }
+  EXPECT_TRUE(page.empty());
+}
+
 using ErrorsDeathTest = testing::Test;
 
 TEST(ErrorsDeathTest, TwentyEntriesAreTheLimit) {
@@ -255,7 +291,8 @@ TEST(ErrorsDeathTest, FlagsOfMessagesActOnTheNextRaise) {
   EXPECT_EXIT(raise(19, 29), testing::ExitedWithCode(0), "");
   EXPECT_EXIT(raise(19, 7), testing::ExitedWithCode(19), "");
   EXPECT_EXIT(raise(19, 0), testing::ExitedWithCode(19), "");  // an unknown code is fatal
-  EXPECT_EXIT((ErrRaise(kModule, 1, 9), ErrPushText(0, 29)), testing::ExitedWithCode(1), "");
+  EXPECT_EXIT((dup2(2, 1), ErrRaise(kModule, 1, 9), ErrPushText(0, 29)), testing::ExitedWithCode(1),
+              "   Fatal error: No error handler is defined");
   ErrPush(3);
   ErrPushText(0, 24);  // writes the report
   ErrThrow(3);

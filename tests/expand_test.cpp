@@ -47,6 +47,8 @@ TEST(Expand, ReferencesAreReplacedFromTheLeft) {
   EXPECT_EQ(Expand("%TVX_B%%TVX_B%%TVX_A%"), (Expanded{"bbalpha", true}));
   EXPECT_EQ(Expand("[%TVX_NESTED%]"), (Expanded{"[<alpha>]", true}));
   EXPECT_EQ(Expand("%%TVX_HALF%"), (Expanded{"%%TVX_HALF%", false}));  // "%%" names nothing
+  SetEnvironmentVariableA("%TVX_B", "no name of a reference");
+  EXPECT_EQ(Expand("%%TVX_B%"), (Expanded{"%%TVX_B%", false}));
   EXPECT_EQ(Expand("%TVX_UNSET%"), (Expanded{"%TVX_UNSET%", false}));
   EXPECT_EQ(Expand("%TVX_UNSET%%TVX_A%"), (Expanded{"%TVX_UNSET%alpha", true}));
   // The walk goes on behind an unknown name by as much again as the name lies from the start.
@@ -76,8 +78,13 @@ TEST(Expand, LongAndEndlessValuesEnd) {
   EXPECT_EQ(Expand("<%TVX_LARGE%|%TVX_LARGE%>"), (Expanded{"<" + large + "|" + large + ">", true}));
   SetEnvironmentVariableA("TVX_SELF", "%TVX_SELF%");
   EXPECT_EQ(Expand("a%TVX_SELF%z"), (Expanded{"a%TVX_SELF%z", true}));
-  SetEnvironmentVariableA("TVX_GROWS", "%TVX_GROWS%%TVX_LARGE%");
-  EXPECT_LT(Expand("%TVX_GROWS%").text.size(), 2u << 20);
+  // Both kinds of growth have an end: 1000 replacements, or the first text above 2^20 bytes.
+  SetEnvironmentVariableA("TVX_SLOW", "x%TVX_SLOW%");
+  EXPECT_EQ(Expand("%TVX_SLOW%"), (Expanded{std::string(1000, 'x') + "%TVX_SLOW%", true}));
+  SetEnvironmentVariableA("TVX_FAST", ("%TVX_FAST%" + large).c_str());
+  std::string fast = "%TVX_FAST%";
+  while (fast.size() <= 1 << 20) fast += large;
+  EXPECT_EQ(Expand("%TVX_FAST%"), (Expanded{fast, true}));
 }
 
 TEST(Expand, TextWithinTheBuffer) {

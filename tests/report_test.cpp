@@ -376,6 +376,13 @@ TEST(Report, WrapsAtTheWidthOfTheConsole) {
   std::string rest = "\n   older\n";
   EXPECT_EQ(OnTerminal(fits, report).errors, header + " " + text + rest);
   EXPECT_EQ(OnTerminal(fits - 1, report).errors, header + "\n   " + text + rest);
+  auto system = [] {
+    SetLastError(ERROR_ACCESS_DENIED);
+    ErrRaise("cfile", 187, ERR_SYSTEM | 19);
+  };
+  fits = static_cast<int>((header + " Access is denied (05)").size());
+  EXPECT_EQ(OnTerminal(fits, system).errors, header + " Access is denied (05)\n");
+  EXPECT_EQ(OnTerminal(fits - 1, system).errors, header + "\n   Access is denied (05)\n");
   EXPECT_EQ(OnTerminal(2, report).errors, header + "\n   " + text + rest);
   EXPECT_EQ(OnTerminal(1, report).errors, "");  // such a window counts as none
 }
