@@ -1,25 +1,32 @@
 // The console calls, on terminals that the test plays.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "platform/win32.h"
 #include "tests/support/alloc.h"
+#include "tests/support/call.h"
 #include "tests/support/terminal.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using tavrix_test::AllocationFault;
+using tavrix_test::CallFault;
 using tavrix_test::LiveBlocks;
 using tavrix_test::Look;
 using tavrix_test::Terminal;
@@ -161,24 +168,35 @@ TEST(PosixConsole, LosesNoInput) {
     });
     EXPECT_EQ(terminal.Questions(), 0) << row.ahead;
   }
-  // Typed before the answer, or on both sides of it; or there is none.
+  // Typed before the answer, or on both sides of it; or there is none. What is like an answer is
+  // none, and bytes may come one by one.
+  const std::string odd = "x\x1b\x1b[;9R\x1b[3R\x1b[3;R\x1b[3;4x\x1b[123456R";
   struct Meanwhile {
     bool mute;
-    const char *typed, *place;
+    const char *behind, *place;
+    size_t most;
   };
-  const Meanwhile kMeanwhile[] = {{false, "x\x1b[;9R\ny", "2,0"},
-                                  {true, "x\x1b[;9R\x1b[1;3R\ny", "2,0"},
-                                  {true, "x\x1b[;9R\ny", "0,0"}};
+  const Meanwhile kMeanwhile[] = {{false, "\ny", "2,0", 4096},
+                                  {false, "\ny", "2,0", 1},
+                                  {true, "\x1b[1;3R\ny", "2,0", 4096},
+                                  {true, "\ny", "0,0", 4096}};
   for (const Meanwhile& row : kMeanwhile) {
-    Terminal terminal(20, 5, {.mute = row.mute, .beforeAnswer = row.typed});
+    Terminal terminal(60, 5, {.mute = row.mute, .beforeAnswer = odd + row.behind});
     terminal.Run([&] {
       printf("> ");
-      EXPECT_EQ(Place(), row.place);
+      {
+        tavrix_test::StandIn<ssize_t(int, void*, size_t)> reads(
+            "read", [&row](int file, void* bytes, size_t size) {
+              return read(file, bytes, std::min(size, row.most));
+            });
+        EXPECT_EQ(Place(), row.place);
+      }
       terminal.Type("\x7fz\n");  // takes the y back
-      EXPECT_EQ(Line(), "x\x1b[;9R\n");
+      EXPECT_EQ(Line(), odd + "\n");
       EXPECT_EQ(Line(), "z\n");
     });
-    EXPECT_EQ(terminal.Row(0), "> x^[[;9R") << "the answer itself is not echoed";
+    EXPECT_EQ(terminal.Row(0), "> x^[^[[;9R^[[3R^[[3;R^[[3;4x^[[123456R")
+        << "the answer itself is not echoed";
   }
 }
 
@@ -255,7 +273,7 @@ TEST(PosixConsole, RecoloursCellsWhereTheTerminalCan) {
   }
 }
 
-TEST(PosixConsole, KeepsItsCellsWhenMemoryIsShort) {
+TEST(PosixConsole, TheAllocationOfCellsMayFail) {
   Terminal terminal(4, 2);
   terminal.Run([&terminal] {
     const Attributes more = {3};
@@ -272,6 +290,71 @@ TEST(PosixConsole, KeepsItsCellsWhenMemoryIsShort) {
     EXPECT_EQ(WriteCells({7, 0}, more), 1u);
     EXPECT_EQ(LiveBlocks(), blocks) << "one block, however often it has grown";
   });
+}
+
+// What fails changes nothing, neither on the terminal nor in what is told of it.
+TEST(PosixConsole, EverySystemCallMayFail) {
+  struct Change {
+    const char* name;
+    bool (*make)();
+  };
+  constexpr Change kChanges[] = {
+      {"position", [] { return SetPlace(4, 2); }},
+      {"attribute", [] { return SetConsoleTextAttribute(Output(), 0x1E) != FALSE; }},
+      {"hidden", [] { return SetCursor(25, FALSE); }},
+      {"shape", [] { return SetCursor(100, TRUE); }},
+      {"cells",
+       [] {
+         return WriteCells({0, 0}, {1, 1, 2}) == 3;
+       }},
+      {"mode", [] { return SetConsoleMode(Output(), ENABLE_PROCESSED_OUTPUT) != FALSE; }}};
+  for (const Change& change : kChanges) {
+    Terminal terminal(20, 5, {.term = "xterm-kitty"});
+    const int code = terminal.Run([&change] {
+      const auto state = [] {
+        CONSOLE_SCREEN_BUFFER_INFO info = {};
+        CONSOLE_CURSOR_INFO cursor = {};
+        DWORD mode = 0;
+        EXPECT_TRUE(GetConsoleGeometry(Output(), &info) &&
+                    GetConsoleCursorInfo(Output(), &cursor) && GetConsoleMode(Output(), &mode));
+        return Attributes{info.wAttributes, static_cast<WORD>(cursor.dwSize),
+                          static_cast<WORD>(cursor.bVisible), static_cast<WORD>(mode),
+                          Cells({0, 0}, 1)[0]};
+      };
+      const Attributes before = state();
+      for (int64_t number = 1; number < 20; ++number) {
+        SetLastError(0);
+        {
+          CallFault fault(number);
+          if (change.make()) exit(fault.Hit() ? 1 : 2);
+        }
+        EXPECT_NE(GetLastError(), 0u) << change.name;
+        EXPECT_EQ(state(), before) << change.name << number;
+      }
+    });
+    EXPECT_EQ(code, 2) << change.name;
+  }
+}
+
+// Nobody is asked then, or nobody answers; and the terminal's mode is as it was.
+TEST(PosixConsole, EveryCallOfAQuestionMayFail) {
+  for (const char* call : {"open", "tcgetattr", "tcsetattr", "write", "read", "poll", "statx"}) {
+    for (int number : {EIO, EINTR}) {
+      Terminal terminal(20, 5);
+      terminal.Run([call, number] {
+        if (strcmp(call, "open") == 0) dup2(open("/dev/tty", O_WRONLY), STDOUT_FILENO);
+        EXPECT_TRUE(SetPlace(4, 2));
+        termios before, after;
+        tcgetattr(STDIN_FILENO, &before);
+        {
+          CallFault fault(call, number, number == EINTR ? 3 : 1);
+          EXPECT_EQ(Place(), "4,2") << call;
+        }
+        tcgetattr(STDIN_FILENO, &after);
+        EXPECT_EQ(after.c_lflag, before.c_lflag) << call;
+      });
+    }
+  }
 }
 
 TEST(PosixConsole, SetsModesAndTheCursorsShape) {
@@ -363,11 +446,41 @@ TEST(PosixConsole, LeavesTheHostsSignalsAndFilesAlone) {
   EXPECT_TRUE(terminal.CursorVisible());
 }
 
+// Standard streams lead elsewhere when the end comes, and the host has handlers by then.
+TEST(PosixConsole, FindsTheTerminalAtTheEnd) {
+  for (int kept : {STDOUT_FILENO, STDERR_FILENO, STDIN_FILENO, -1}) {
+    Terminal terminal(20, 5);
+    const int code = terminal.Run([kept] {
+      atexit([] { raise(SIGTERM); });
+      EXPECT_TRUE(SetCursor(25, FALSE));
+      signal(SIGTERM, [](int) { _exit(9); });
+      int master, other;
+      ASSERT_EQ(openpty(&master, &other, nullptr, nullptr, nullptr), 0);
+      for (int stream : {STDOUT_FILENO, STDERR_FILENO, STDIN_FILENO}) {
+        if (stream == kept) continue;
+        stream == STDERR_FILENO ? dup2(other, stream) : close(stream);
+      }
+    });
+    EXPECT_EQ(code, 9) << "the handler stays";
+    EXPECT_EQ(terminal.CursorVisible(), kept >= 0) << kept;
+  }
+  // Where one stream takes nothing the next one is tried.
+  Terminal terminal(20, 5);
+  terminal.Run([] {
+    EXPECT_TRUE(SetCursor(25, FALSE));
+    dup2(open(ttyname(STDOUT_FILENO), O_RDONLY), STDOUT_FILENO);
+    EXPECT_FALSE(SetPlace(1, 1));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  });
+  EXPECT_TRUE(terminal.CursorVisible());
+}
+
 TEST(PosixConsole, WritesNoSequenceToADumbTerminal) {
   for (const char* term : {static_cast<const char*>(nullptr), "", "dumb"}) {
     Terminal terminal(20, 5, {.term = term});
     terminal.Run([] {
       ChangeAll();
+      EXPECT_EQ(WriteCells({0, 0}, {1}), 1u);
       EXPECT_TRUE(SetPlace(4, 2));
       EXPECT_EQ(Place(), "4,2");
       CONSOLE_CURSOR_INFO info = {};

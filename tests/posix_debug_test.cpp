@@ -9,7 +9,9 @@
 #include <string>
 
 #include "platform/win32.h"
+#include "tests/support/child.h"
 #include "tests/support/deadline.h"
+#include "tests/support/limit.h"
 #include "tests/support/tree.h"
 
 namespace {
@@ -69,6 +71,23 @@ TEST(PosixDebug, DropsWhatNobodyHears) {
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "^$") << name;
   }
+}
+
+TEST(PosixDebug, TakesNoStandardStreamsPlaceForWantOfOthers) {
+  Tree tree;
+  int code = tavrix_test::InChild([&] {
+    close(STDOUT_FILENO);
+    SetListener(tree.Path("log"));
+    tavrix_test::Limit few(RLIMIT_NOFILE, 3);
+    return DebugOutputHeard() || fcntl(STDOUT_FILENO, F_GETFD) >= 0;
+  });
+  EXPECT_EQ(code, 0);
+  code = tavrix_test::InChild([&] {
+    close(STDERR_FILENO);
+    SetListener("stderr");
+    return DebugOutputHeard();
+  });
+  EXPECT_EQ(code, 0);
 }
 
 TEST(PosixDebug, OutlivesAListenerThatWentAway) {

@@ -5,12 +5,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "exports/tavrix32.h"
 #include "platform/win32.h"
+#include "tests/support/alloc.h"
+#include "tests/support/call.h"
 #include "tests/support/child.h"
 #include "tests/support/tree.h"
 
@@ -50,7 +55,7 @@ class PosixDialog : public testing::Test {
     if (child == 0) exit((GetOpenFileNameA(&ofn_) ? file_ : "") == expected ? 0 : 1);
     for (char byte = 0; byte != ':' && read(master, &byte, 1) == 1;) shown_ += byte;
     int status = 1;
-    if (write(master, typed, strlen(typed)) < 0) return false;
+    if (*typed && write(master, typed, strlen(typed)) < 0) return false;
     waitpid(child, &status, 0);
     close(master);
     return status == 0;
@@ -137,6 +142,145 @@ TEST_F(PosixDialog, AsksOnTheTerminalWithoutADisplay) {
     return GetOpenFileNameA(&ofn_) || CommDlgExtendedError() ? 1 : 0;
   });
   EXPECT_EQ(code, 0) << "nobody to ask is a cancel";
+  int master, status = 1;
+  pid_t shell = forkpty(&master, nullptr, nullptr, nullptr);
+  auto inBackground = [&] {
+    setpgid(0, 0);
+    return GetOpenFileNameA(&ofn_) || CommDlgExtendedError() ? 1 : 0;
+  };
+  if (shell == 0) exit(tavrix_test::InChild(inBackground));
+  waitpid(shell, &status, 0);
+  EXPECT_EQ(status, 0) << "neither stopped nor answered";
+  close(master);
+}
+
+TEST_F(PosixDialog, TakesWhatIsLeftOutOrTooMuch) {
+  // Nothing to fill, or a record of no use.
+  EXPECT_FALSE(GetOpenFileNameA(nullptr));
+  for (auto [file, size] : {std::pair(static_cast<char*>(nullptr), 10u), std::pair(file_, 0u)}) {
+    ofn_.lpstrFile = file;
+    ofn_.nMaxFile = size;
+    EXPECT_FALSE(GetOpenFileNameA(&ofn_));
+    EXPECT_EQ(CommDlgExtendedError(), CDERR_INITIALIZATION);
+  }
+  Answer("zenity", folder_ + "/a.txt");
+  ofn_.lpstrFile = file_;
+  ofn_.nMaxFile = 1;
+  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
+  EXPECT_EQ(CommDlgExtendedError(), FNERR_BUFFERTOOSMALL);
+  EXPECT_EQ(file_[0], 0) << "no room for the size that would do";
+  ofn_.nMaxFile = sizeof file_;
+  ofn_.nMaxFileTitle = 5;
+  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
+  EXPECT_STREQ(title_, "") << "no room for it";
+  ofn_.lpstrFileTitle = nullptr;
+  ofn_.lpstrFilter = "C\0;*.c;;\0None\0";
+  ofn_.lpstrTitle = "";
+  std::string start = folder_ + "/";
+  for (const std::string& folder : {start, std::string()}) {
+    ofn_.lpstrInitialDir = folder.c_str();
+    file_[0] = 0;
+    EXPECT_TRUE(GetOpenFileNameA(&ofn_));
+    EXPECT_EQ(tree_.Read("data/arguments"),
+              "--file-selection\n--title=Open\n--filename=" + (folder.empty() ? "./" : folder) +
+                  "\n--file-filter=C | *.c\n");
+  }
+  std::string filters;
+  for (int i = 0; i < 100; ++i) filters += "F" + std::string(1, 0) + "*" + std::string(1, 0);
+  ofn_.lpstrFilter = filters.c_str();
+  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
+  std::string arguments = tree_.Read("data/arguments");
+  EXPECT_EQ(std::count(arguments.begin(), arguments.end(), '\n'), 63) << "as many as there is room";
+}
+
+TEST_F(PosixDialog, CompletesNamesWithTheDefaultExtension) {
+  tree_.File("data/plain");
+  ofn_.lpstrDefExt = "doc";
+  ofn_.Flags = OFN_PATHMUSTEXIST;
+  std::string longest(257 - folder_.size(), 'n');
+  const std::pair<std::string, std::string> kRows[] = {
+      {"plain", "plain"}, {"new", "new.doc"}, {"new.c", "new.c"},
+      {"none/new", ""},   {longest, ""},      {longest + longest + "nnnnn", ""}};
+  for (const auto& [chosen, expected] : kRows) {
+    Answer("zenity", folder_ + "/" + chosen);
+    file_[0] = 0;
+    EXPECT_EQ(GetOpenFileNameA(&ofn_), !expected.empty()) << chosen;
+    EXPECT_EQ(std::string(file_), expected.empty() ? "" : folder_ + "/" + expected);
+  }
+  Answer("zenity", std::string(258, 'r'));  // relative, and too long when it is not
+  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
+  for (const char* extension : {"", static_cast<const char*>(nullptr)}) {
+    ofn_.lpstrDefExt = extension;
+    ofn_.Flags = 0;
+    Answer("zenity", folder_ + "/none/new");
+    EXPECT_TRUE(GetOpenFileNameA(&ofn_));
+    EXPECT_STREQ(title_, "new");
+  }
+  // Without a line end, and without a name.
+  Desktop("zenity", "printf $PWD/a.txt");
+  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
+  EXPECT_STREQ(title_, "a.txt");
+  Desktop("zenity", "exit 0");
+  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
+}
+
+// Without memory it is a cancel that tells why; without anybody to ask, a cancel.
+TEST_F(PosixDialog, EveryAllocationAndSystemCallMayFail) {
+  Answer("zenity", folder_ + "/a.txt");
+  ofn_.lpstrFilter = "All\0*.*\0";
+  std::string folder = tree_.Path("data/") + std::string(70, 'd');
+  ofn_.lpstrInitialDir = folder.c_str();
+  int code = tavrix_test::InChild([&] {
+    setsid();  // no terminal
+    for (int64_t number = 1, blocks = tavrix_test::LiveBlocks();; ++number) {
+      tavrix_test::AllocationFault fault(number);
+      bool chosen = GetOpenFileNameA(&ofn_);
+      EXPECT_EQ(tavrix_test::LiveBlocks(), blocks);
+      EXPECT_EQ(chosen, !fault.Hit());
+      EXPECT_EQ(CommDlgExtendedError(), chosen ? 0 : CDERR_MEMALLOCFAILURE);
+      if (!fault.Hit()) break;
+      if (number > 20) return 1;
+    }
+    int64_t descriptors = tavrix_test::OpenDescriptors();
+    for (const char* call : {"pipe2", "posix_spawn", "posix_spawn_file_actions_adddup2", "read"}) {
+      tavrix_test::CallFault fault(call, EAGAIN);
+      EXPECT_FALSE(GetOpenFileNameA(&ofn_)) << call;
+      EXPECT_TRUE(fault.Hit()) << call;
+      EXPECT_EQ(CommDlgExtendedError(), 0u);
+      EXPECT_EQ(tavrix_test::OpenDescriptors(), descriptors);
+    }
+    for (const char* call : {"read", "waitpid"}) {
+      tavrix_test::CallFault fault(call, EINTR, 1);
+      EXPECT_TRUE(GetOpenFileNameA(&ofn_)) << call;
+    }
+    return static_cast<int>(HasFailure());
+  });
+  EXPECT_EQ(code, 0);
+}
+
+TEST_F(PosixDialog, EveryCallToTheTerminalMayFail) {
+  setenv("DISPLAY", "", 1);
+  strcpy(file_, "preset");
+  for (int64_t number = 1; number <= 5; ++number) {  // the pieces of the question
+    tavrix_test::CallFault fault("write", EIO, number);
+    EXPECT_TRUE(TypedGives("", "")) << number;
+  }
+  for (int64_t number = 1; number <= 2; ++number) {
+    tavrix_test::AllocationFault fault(number);
+    EXPECT_TRUE(TypedGives("name\n", "")) << number;
+  }
+  {
+    tavrix_test::CallFault fault("read", EIO);
+    EXPECT_TRUE(TypedGives("name\n", ""));
+  }
+  tavrix_test::CallFault interrupted("read", EINTR, 1);
+  EXPECT_TRUE(TypedGives("name\n", folder_ + "/name"));
+  EXPECT_TRUE(TypedGives("/name\n", "/name"));
+  EXPECT_TRUE(TypedGives("\x04", "")) << "the end of the input";
+  for (const char* folder : {"", static_cast<const char*>(nullptr)}) {
+    ofn_.lpstrInitialDir = folder;
+    EXPECT_TRUE(TypedGives("name\n", std::filesystem::current_path().string() + "/name"));
+  }
 }
 
 TEST_F(PosixDialog, IsWhatTheExportAndTheProgramAsk) {

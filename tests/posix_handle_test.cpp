@@ -1,11 +1,13 @@
 // The handle table and the last error.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <set>
 #include <vector>
 
 #include "platform/posix/handle.h"
 #include "platform/win32.h"
+#include "tests/support/call.h"
 
 namespace {
 
@@ -41,19 +43,38 @@ TEST(PosixHandle, RefusesWhatIsNotOpen) {
     EXPECT_FALSE(CloseHandle(bad)) << bad;
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
   }
-  EXPECT_EQ(HandleObject(second, kOther), nullptr) << "of another kind";
+  EXPECT_EQ(TakeHandle(second, kOther), nullptr) << "of another kind";
   EXPECT_EQ(TakeHandle(other, kOther), &object);
   SetLastError(1234);
   EXPECT_TRUE(CloseHandle(second));
   EXPECT_EQ(GetLastError(), 1234u) << "a success leaves it alone";
 }
 
+TEST(PosixHandle, GrowsAsFarAsHandlesReach) {
+  EXPECT_TRUE(ReserveHandles(100));
+  EXPECT_TRUE(ReserveHandles(3'000'000));
+  EXPECT_TRUE(ReserveHandles(4'000'000)) << "less than twice as many";
+  EXPECT_FALSE(ReserveHandles(1 << 22));
+  EXPECT_EQ(GetLastError(), ERROR_TOO_MANY_OPEN_FILES);
+}
+
 TEST(PosixSystem, TellsItsVersionToARecordOfTheRightSize) {
   OSVERSIONINFOA version = {};
-  EXPECT_FALSE(GetVersionExA(&version));
-  version.dwOSVersionInfoSize = 148;
-  EXPECT_TRUE(GetVersionExA(&version));
-  EXPECT_EQ(version.dwPlatformId, VER_PLATFORM_WIN32_NT);
+  EXPECT_FALSE(GetVersionExA(&version) || GetVersionExA(nullptr));
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  for (DWORD size : {148, 156}) {
+    version.dwOSVersionInfoSize = size;
+    EXPECT_TRUE(GetVersionExA(&version));
+    EXPECT_EQ(version.dwPlatformId, VER_PLATFORM_WIN32_NT);
+  }
+}
+
+TEST(PosixSystem, CountsOneProcessorWhereNobodyTells) {
+  tavrix_test::CallFault fault("sched_getaffinity", EINVAL);  // more than there is room for
+  SYSTEM_INFO info;
+  GetSystemInfo(&info);
+  EXPECT_EQ(info.dwNumberOfProcessors, 1u);
+  EXPECT_EQ(info.dwActiveProcessorMask, 1u);
 }
 
 }  // namespace

@@ -1,23 +1,28 @@
 // Mapped files: where views lie, what they outlive, growth, and a disk that is full.
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/win32.h"
 #include "tests/support/alloc.h"
+#include "tests/support/call.h"
 #include "tests/support/child.h"
 #include "tests/support/limit.h"
 #include "tests/support/tree.h"
 
 namespace {
 
+using tavrix_test::CallFault;
 using tavrix_test::Tree;
 
 constexpr DWORD kGranule = 65536;
@@ -76,11 +81,33 @@ TEST(PosixMapping, PlacesViewsWhereTheyAreAskedFor) {
   EXPECT_FALSE(UnmapViewOfFile(view));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
   EXPECT_EQ(View(mapping, FILE_MAP_READ, view), view) << "free again";
-}
-
-size_t OpenDescriptors() {
-  std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<size_t>(std::distance(begin(all), end(all)));
+  // On a kernel that takes the address as a wish, and has no memory at last: nothing stays mapped.
+  {
+    using Map = void*(void*, size_t, int, int, int, off_t);
+    size_t mapped = 0;
+    tavrix_test::StandIn<Map> maps(
+        "mmap", [&mapped](void*, size_t size, int access, int flags, int descriptor, off_t offset) {
+          if (flags & MAP_FIXED) return errno = ENOMEM, MAP_FAILED;
+          mapped += size;
+          return mmap(nullptr, size, access, flags & ~MAP_FIXED_NOREPLACE, descriptor, offset);
+        });
+    tavrix_test::StandIn<int(void*, size_t)> unmaps("munmap", [&mapped](void* at, size_t size) {
+      mapped -= size;
+      return munmap(at, size);
+    });
+    EXPECT_EQ(View(mapping, FILE_MAP_READ, view + 64 * kGranule), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
+    EXPECT_EQ(View(mapping, FILE_MAP_READ), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(mapped, 0u);
+  }
+  for (auto [number, error] :
+       {std::pair(EPERM, ERROR_INVALID_ADDRESS), std::pair(EINVAL, ERROR_INVALID_ADDRESS),
+        std::pair(EAGAIN, ERROR_NOT_ENOUGH_MEMORY)}) {
+    CallFault fault("mmap", number);
+    EXPECT_EQ(View(mapping, FILE_MAP_READ, view + 64 * kGranule), nullptr);
+    EXPECT_EQ(GetLastError(), error);
+  }
 }
 
 TEST(PosixMapping, ViewsOutliveHandlesAndNothingElseDoes) {
@@ -88,14 +115,14 @@ TEST(PosixMapping, ViewsOutliveHandlesAndNothingElseDoes) {
   tree.File("file", "some text");
   CloseHandle(Open(tree.Path("file")));  // the table of handles stays
   int64_t blocks = tavrix_test::LiveBlocks();
-  size_t descriptors = OpenDescriptors();
+  int64_t descriptors = tavrix_test::OpenDescriptors();
   HANDLE file = Open(tree.Path("file"), GENERIC_READ);
   HANDLE mapping = Mapping(file, PAGE_READONLY);
   EXPECT_TRUE(CloseHandle(file));
   char* first = View(mapping, FILE_MAP_READ);
   char* second = View(mapping, FILE_MAP_READ);
   EXPECT_TRUE(CloseHandle(mapping));
-  EXPECT_EQ(OpenDescriptors(), descriptors);
+  EXPECT_EQ(tavrix_test::OpenDescriptors(), descriptors);
   tree.Remove("file");
   EXPECT_TRUE(UnmapViewOfFile(first));
   EXPECT_STREQ(second, "some text");
@@ -136,6 +163,8 @@ TEST(PosixMapping, RefusesWhatAFileDoesNotAllow) {
     copy[0] = 'n';
     EXPECT_STREQ(copy, "next");
   }
+  EXPECT_EQ(ViewOf(reader, PAGE_READONLY, 0, 0), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(View(nullptr, FILE_MAP_READ), nullptr);
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
   EXPECT_EQ(tree.Read("file"), "text") << "copies are their own";
@@ -193,6 +222,15 @@ TEST(PosixMapping, CutsNoFileBelowWhatIsMapped) {
     if (!view) view = View(mapping, FILE_MAP_READ);
     CloseHandle(mapping);
   }
+  {
+    CallFault untold("lseek64", EIO);
+    EXPECT_FALSE(CutTo(file, 8'999));
+    EXPECT_EQ(GetLastError(), ERROR_USER_MAPPED_FILE);
+    EXPECT_EQ(Mapping(file, PAGE_READONLY), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_GEN_FAILURE);
+  }
+  ASSERT_EQ(truncate(tree.Path("file").c_str(), 100), 0);  // as another process may
+  EXPECT_TRUE(CutTo(file, 5'000)) << "cuts nothing off";
   EXPECT_TRUE(UnmapViewOfFile(view));
   EXPECT_TRUE(CutTo(file, 0));
 }
@@ -208,29 +246,29 @@ TEST(PosixMapping, SharesMemoryBetweenViews) {
   EXPECT_TRUE(UnmapViewOfFile(second));
 }
 
-TEST(PosixMapping, ReportsMissingMemory) {
+// Errors in the middle of a growth, also of the way around what a file system does not know.
+TEST(PosixMapping, EveryStepOfAGrowthMayFail) {
   Tree tree;
-  tree.File("file", "text");
   HANDLE file = Open(tree.Path("file"));
-  int64_t blocks = tavrix_test::LiveBlocks();
-  size_t descriptors = OpenDescriptors();
-  for (HANDLE source : {file, INVALID_HANDLE_VALUE}) {
-    char* view = nullptr;
-    int64_t number = 1;
-    for (; !view && number < 10; ++number) {
-      tavrix_test::AllocationFault fault(number);
-      SetLastError(0);
-      view = ViewOf(source, PAGE_READWRITE, 5'000, FILE_MAP_WRITE);
-      EXPECT_EQ(GetLastError(), view ? 0 : ERROR_NOT_ENOUGH_MEMORY);
-      if (number == 1) {
-        EXPECT_EQ(GetFileSize(file, nullptr), source == file ? 4u : 5'000u);
+  for (int unknown : {0, EOPNOTSUPP, ENOSYS}) {
+    for (const char* call : {"fallocate64", "lseek64", "write", "ftruncate64"}) {
+      EXPECT_TRUE(CutTo(file, 0));
+      CallFault first(unknown ? "fallocate64" : "", unknown), second(call, ENOSPC);
+      char* view = ViewOf(file, PAGE_READWRITE, 5'000, FILE_MAP_WRITE);
+      if (view) {
+        EXPECT_FALSE(second.Hit());
+        view[4'999] = 'x';
+        EXPECT_TRUE(UnmapViewOfFile(view));
+      } else {
+        EXPECT_EQ(GetLastError(), ERROR_DISK_FULL) << call;
+        EXPECT_EQ(std::filesystem::file_size(tree.root() / "file"), 0u) << call;
       }
     }
-    EXPECT_GE(number, 4) << "two allocations at least, and a success";
-    EXPECT_TRUE(UnmapViewOfFile(view));
   }
-  EXPECT_EQ(tavrix_test::LiveBlocks(), blocks);
-  EXPECT_EQ(OpenDescriptors(), descriptors);
+  // A growth that fails and cannot be taken back.
+  CallFault grows("fallocate64", ENOSPC), shrinks("ftruncate64", EROFS);
+  EXPECT_EQ(Mapping(file, PAGE_READWRITE, 6'000), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_WRITE_PROTECT);
 }
 
 constexpr int kSkipped = 77;

@@ -107,7 +107,7 @@ TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {
       {ERROR_PATH_NOT_FOUND, {tree.Path("missing/program")}},
       {ERROR_ACCESS_DENIED, {tree.Path("one"), tree.Path("two/tool"), "tool"}},
       {ERROR_BAD_EXE_FORMAT, {tree.Path("noise")}},
-      {ERROR_FILENAME_EXCED_RANGE, {std::string(260, 'p')}},
+      {ERROR_FILENAME_EXCED_RANGE, {std::string(260, 'p'), "/" + std::string(259, 'p')}},
   };
   for (const auto& [error, lines] : kRows) {
     for (const std::string& line : lines) {
@@ -115,10 +115,36 @@ TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {
     }
   }
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a failure leaves no child";
-  // An empty entry is the current directory.
+  // Where the program itself is named, only names with a folder are.
+  PROCESS_INFORMATION none;
+  STARTUPINFOA startup;
+  GetStartupInfoA(&startup);
+  auto create = [&](const char* application, char* line, PROCESS_INFORMATION* information) {
+    SetLastError(0);
+    return CreateProcessA(application, line, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                          information)
+               ? 0
+               : GetLastError();
+  };
+  char line[] = "tool \"a\"";
+  EXPECT_EQ(create(nullptr, nullptr, &none), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(create("/bin/true", line, nullptr), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(create("", line, &none), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(create("missing", nullptr, &none), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(GetExitCodeProcess(nullptr, nullptr), FALSE);
+  PROCESS_INFORMATION started;
+  ASSERT_EQ(create(tree.Path("three\\tool").c_str(), line, &started), 0u);
+  DWORD code;
+  WaitForSingleObject(started.hProcess, INFINITE);
+  EXPECT_TRUE(GetExitCodeProcess(started.hProcess, &code));
+  EXPECT_EQ(code, 5u);
+  EXPECT_TRUE(CloseHandle(started.hThread) && CloseHandle(started.hProcess));
+  // An empty entry is the current directory; one that is too long is passed over.
   ASSERT_EQ(chdir(tree.Path("three").c_str()), 0);
-  setenv("PATH", (path + ":").c_str(), 1);
+  setenv("PATH", (path + ":" + std::string(5000, 'p') + ":").c_str(), 1);
   EXPECT_EQ(RunLine("tool"), 5);
+  unsetenv("PATH");
+  EXPECT_EQ(RunLine("true"), 0) << "where programs usually are";
   setenv("PATH", before.c_str(), 1);
   ASSERT_EQ(chdir("/"), 0);
 }

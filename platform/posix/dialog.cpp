@@ -68,10 +68,10 @@ struct Arguments {
   size_t count = 0;
   size_t starts[kMost];
 
-  // Begins the next argument; what is added to `text` from here on belongs to it.
+  // Begins the next argument, of kMost at most; what is added to `text` from here on belongs to it.
   Text& Begin() {
     if (count > 0) text.Add("", 1);
-    if (count < kMost) starts[count++] = text.length;
+    starts[count++] = text.length;
     return text;
   }
 
@@ -149,7 +149,7 @@ void ZenityArguments(const OPENFILENAMEA& ofn, Arguments* arguments) {
   start.Add("--filename=");
   AddStart(ofn, &start);
   ForEachFilterInOrder(ofn, [&](const char* label, const char* patterns) {
-    if (arguments->count + 2 >= Arguments::kMost) return;
+    if (arguments->count == Arguments::kMost) return;
     Text& filter = arguments->Begin();
     filter.Add("--file-filter=");
     filter.Add(label, strcspn(label, "|"));

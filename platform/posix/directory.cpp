@@ -237,12 +237,10 @@ Directory* KeptAt(const char* path, UpperTable upper) {
 }
 
 void Keep(Directory* directory, const char* path, const Stamp& stamp) {
-  size_t length = strlen(path);
-  if (length >= sizeof kept.path) return;
   ++directory->references;
   kept.directory = directory;
   kept.stamp = stamp;
-  memcpy(kept.path, path, length + 1);
+  memcpy(kept.path, path, strlen(path) + 1);
 }
 
 }  // namespace
@@ -250,7 +248,10 @@ void Keep(Directory* directory, const char* path, const Stamp& stamp) {
 Directory* AcquireDirectory(const char* path) {
   UpperTable upper = CurrentUpper();
   if (Directory* directory = KeptAt(path, upper)) return directory;
-  int descriptor = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  int descriptor;
+  do {
+    descriptor = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  } while (descriptor < 0 && errno == EINTR);
   if (descriptor < 0) {
     SetLastError(OpenError(path, errno));
     return nullptr;

@@ -23,9 +23,9 @@ struct Directory {
   UpperTable upper;  // the order's own
 };
 
-// The names of the directory at a native path, with a reference for the caller. Null with the last
-// error set: ERROR_PATH_NOT_FOUND, ERROR_DIRECTORY for something else than a directory,
-// ERROR_ACCESS_DENIED, ERROR_TOO_MANY_OPEN_FILES, ERROR_NOT_ENOUGH_MEMORY ...
+// The names of the directory at a native path of less than MAX_PATH bytes, with a reference for the
+// caller. Null with the last error set: ERROR_PATH_NOT_FOUND, ERROR_DIRECTORY for something else
+// than a directory, ERROR_ACCESS_DENIED, ERROR_TOO_MANY_OPEN_FILES, ERROR_NOT_ENOUGH_MEMORY ...
 //
 // The directory that was read last is kept and given out again while it is certainly unchanged.
 Directory* AcquireDirectory(const char* path);

@@ -349,7 +349,9 @@ BOOL WriteFile(HANDLE handle, const void* data, DWORD size, DWORD* written, void
     SetLastError(before);
     if (!(file->access & GENERIC_WRITE)) return Fail(ERROR_ACCESS_DENIED);
     descriptor = file->descriptor;
-    lseek64(descriptor, static_cast<off64_t>(file->position), SEEK_SET);
+    if (lseek64(descriptor, static_cast<off64_t>(file->position), SEEK_SET) < 0) {
+      return Fail(ErrorFromErrno(errno));
+    }
   }
   size_t count = 0;
   int number = WriteAll(descriptor, data, size, &count);

@@ -56,7 +56,7 @@ bool MatchLeftmost(const NamePattern& pattern, const char* name, uint32_t length
         continue;
       }
     }
-    if (behindAny == kNone || retry == length) return false;
+    if (behindAny == kNone) return false;
     position = ++retry;
     at = behindAny;
   }

@@ -75,7 +75,7 @@ class MapReader {
  public:
   explicit MapReader(int maps) : maps_(maps) {}
 
-  // The next mapping; false at the end.
+  // The next mapping; false at the end, and where no more can be read.
   bool Next(uint64_t* start, uint64_t* end, bool* writable) {
     char separator;
     if (!Number(start, &separator) || !Number(end, &separator)) return false;
@@ -88,11 +88,14 @@ class MapReader {
     return true;
   }
 
+  bool Failed() const { return failed_; }
+
  private:
   bool Byte(char* byte) {
     if (position_ == length_) {
       length_ = read(maps_, buffer_, sizeof buffer_);
       position_ = 0;
+      failed_ = length_ < 0;
       if (length_ <= 0) return length_ = 0, false;
     }
     *byte = buffer_[position_++];
@@ -117,6 +120,7 @@ class MapReader {
   int maps_;
   ssize_t length_ = 0;
   ssize_t position_ = 0;
+  bool failed_ = false;
   char buffer_[4096];
 };
 
@@ -133,7 +137,7 @@ Answer ReadMappings(int maps, Range range) {
     if (end > range.last) return Answer::kYes;
     at = end;
   }
-  return any ? Answer::kNo : Answer::kUnknown;
+  return any && !reader.Failed() ? Answer::kNo : Answer::kUnknown;
 }
 
 bool PreparePages(uintptr_t first, uintptr_t last) {
@@ -179,7 +183,8 @@ bool CopyReadable(char* copy, const char* from, size_t size) {
   if (count >= 0 || errno == EFAULT) return false;
   // Not allowed here: the page is asked about first.
   Range range;
-  if (!RangeOf(from, size, &range) || !IsReadable(range)) return false;
+  RangeOf(from, size, &range);  // within a page
+  if (!IsReadable(range)) return false;
   memcpy(copy, from, size);
   return true;
 }

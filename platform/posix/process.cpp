@@ -140,13 +140,13 @@ bool WaitUntil(Process* process, int64_t deadline) {
 
 // The native path of a program. Sets the last error when there is none.
 bool LocateProgram(const char* name, char* path, size_t size) {
-  if (strlen(name) >= MAX_PATH) return Fail(ERROR_FILENAME_EXCED_RANGE);
   if (strpbrk(name, "/\\")) {
     NativePath native;
     if (!ToNative(name, &native)) return false;
     memcpy(path, native.text, native.length + 1);
     return true;
   }
+  if (strlen(name) >= MAX_PATH) return Fail(ERROR_FILENAME_EXCED_RANGE);
   int number = *name ? FindProgram(name, path, size) : ENOENT;
   return number == 0 || Fail(ErrorFromErrno(number));
 }
@@ -216,17 +216,11 @@ int FindProgram(const char* name, char* path, size_t size) {
 }
 
 int Spawn(const char* path, char* const* words, int output, pid_t* child) {
-  // Actions and attributes are both made before the first failure is looked at, so that both can be
-  // destroyed at the end.
   posix_spawn_file_actions_t actions;
   posix_spawnattr_t attributes;
-  int number = posix_spawn_file_actions_init(&actions);
-  if (number != 0) return number;
-  number = posix_spawnattr_init(&attributes);
-  if (number != 0) {
-    posix_spawn_file_actions_destroy(&actions);
-    return number;
-  }
+  posix_spawn_file_actions_init(&actions);  // neither of the two can fail
+  posix_spawnattr_init(&attributes);
+  int number = 0;
   sigset_t none, plain;
   sigemptyset(&none);
   sigemptyset(&plain);

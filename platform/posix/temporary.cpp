@@ -38,7 +38,7 @@ UINT MakeNumbered(char* path, char* digits) {
       return unique;
     }
     if (errno == ENOENT || errno == ENOTDIR) return Fail(ERROR_DIRECTORY), 0;
-    if (errno != EEXIST) return Fail(ErrorFromErrno(errno)), 0;
+    if (errno != EEXIST && errno != EINTR) return Fail(ErrorFromErrno(errno)), 0;
   }
   return Fail(ERROR_FILE_EXISTS), 0;
 }
@@ -117,9 +117,7 @@ UINT GetTempFileNameA(const char* folder, const char* prefix, UINT unique, char*
   if (!*folder) return Fail(ERROR_DIRECTORY), 0;
   size_t prefixLength = prefix ? strnlen(prefix, kPrefix) : 0;
   NativePath path;
-  if (strnlen(folder, MAX_PATH) == MAX_PATH || !ToNative(folder, &path)) {
-    return Fail(ERROR_BUFFER_OVERFLOW), 0;
-  }
+  if (!ToNative(folder, &path)) return Fail(ERROR_BUFFER_OVERFLOW), 0;
   if (path.text[path.length - 1] != '/') path.text[path.length++] = '/';
   if (path.length + prefixLength + sizeof "FFFF.tmp" > sizeof path.text) {
     return Fail(ERROR_BUFFER_OVERFLOW), 0;
