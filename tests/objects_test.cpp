@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/win32.h"
@@ -14,12 +15,14 @@
 #include "quern/csys.h"
 #include "tests/support/alloc.h"
 #include "tests/support/leaks.h"
+#include "tests/support/traced.h"
 #include "tests/support/trail.h"
 
 namespace quern {
 namespace {
 
 using tavrix_test::ClearedTrail;
+using tavrix_test::Traced;
 
 struct Thing {
   InstanceHeader header;
@@ -44,28 +47,6 @@ Thing* Make(const char* tag, uint32_t classNumber, int value, ClassProc proc = T
   return thing;
 }
 
-// What is traced while it lives.
-class Traced {
- public:
-  explicit Traced(int32_t level) {
-    TraceFile = tmpfile();
-    TraceLevel = level;
-  }
-  ~Traced() {
-    fclose(TraceFile);
-    TraceFile = nullptr;
-    TraceLevel = 0;
-  }
-  std::string Text() {
-    std::string text(static_cast<size_t>(ftell(TraceFile)), '\0');
-    rewind(TraceFile);
-    text.resize(fread(text.data(), 1, text.size(), TraceFile));
-    return text;
-  }
-};
-
-bool Contains(const std::string& text, const char* part) { return text.find(part) != text.npos; }
-
 TEST(Objects, CallersMemoryIsZeroedAtBothEnds) {
   Thing own;
   memset(&own, 0xAA, sizeof own);
@@ -81,13 +62,16 @@ TEST(Objects, CallersMemoryIsZeroedAtBothEnds) {
   EXPECT_EQ(ClsNew, 0u);
   EXPECT_EQ(own.value, 5);
   EXPECT_EQ(ClsAttach(ClassTag("SCAN"), &own, 10, sizeof own, nullptr), nullptr);
-  EXPECT_EQ(ErrLine, 79);
-  Traced traced(4);
+  EXPECT_EQ(ClsAttach(ClassTag("SCAN"), &own, 10, sizeof own.header - 1, nullptr), nullptr);
+  TraceLevel = 4;
   Thing* variable = &own;
-  EXPECT_EQ(ClsDetach(ClassTag("FILE"), &variable), 0);
+  EXPECT_EQ(Traced([&] { EXPECT_EQ(ClsDetach(ClassTag("FILE"), &variable), 0); }),
+            "CLS detach: deleted instance of class 'FILE'\n");
   EXPECT_EQ(variable, nullptr);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(&own), sizeof own), std::string(sizeof own, '\0'));
-  EXPECT_TRUE(Contains(traced.Text(), "CLS detach: deleted instance of class 'FILE'\n"));
+  variable = Make("SCAN", 10, 1);
+  EXPECT_EQ(Traced([&] { ClsDetach(ClassTag("SCAN"), &variable); }),
+            "CLS detach: removed instance of class 'SCAN'\n");
   EXPECT_EQ(ClearedTrail(), "04");
 }
 
@@ -101,12 +85,12 @@ TEST(Objects, ListsKeepAttachOrderAndAreCollectedNewestFirst) {
   ClsDetach(ClassTag("FILE"), &head);
   EXPECT_EQ(ClsSavedFile, nullptr);
   EXPECT_EQ(ClassLists[8], &things[1]->header);
-  Traced traced(3);
-  EXPECT_EQ(ClsGarbage(ClassTag("FILE")), 0u);
+  TraceLevel = 4;  // detaching is silent while collecting
+  EXPECT_EQ(Traced([] { EXPECT_EQ(ClsGarbage(ClassTag("FILE")), 0u); }),
+            "CLS garbage: removed 2 instances of class 'FILE'\n");
   EXPECT_EQ(released, (std::vector<std::string>{"8:3", "8:2"}));
-  EXPECT_TRUE(Contains(traced.Text(), "CLS garbage: removed 2 instances of class 'FILE'\n"));
-  EXPECT_FALSE(Contains(traced.Text(), "detach"));  // silent while collecting
   EXPECT_EQ(ClassLists[8], nullptr);
+  EXPECT_EQ(Traced([] { ClsGarbage(ClassTag("FILE")); }), "");
 }
 
 TEST(Objects, EverythingIsCollectedFromTheHighestClassDown) {
@@ -133,7 +117,13 @@ uint32_t PairClass(uintptr_t argument) {  // releases its partner, too
   return ThingClass(argument);
 }
 
-uint32_t KeepingClass(uintptr_t) { return 0; }
+int keptCalls;
+
+uint32_t KeepingClass(uintptr_t) {
+  ++keptCalls;
+  if (partner) ThingClass(reinterpret_cast<uintptr_t>(std::exchange(partner, nullptr)));
+  return 0;
+}
 
 TEST(Objects, CollectingSurvivesProceduresThatReleaseOthersOrNothing) {
   Make("PAIR", 5, 1);
@@ -146,43 +136,82 @@ TEST(Objects, CollectingSurvivesProceduresThatReleaseOthersOrNothing) {
   EXPECT_EQ(ClassLists[6], nullptr);
   EXPECT_EQ(ClassLists[4], &kept->header);
   ClsDetach(ClassTag("KEEP"), &kept);
+  // No more calls than there were instances, also when it is the last one again.
+  partner = Make("KEEP", 4, 2);
+  kept = Make("KEEP", 4, 3, KeepingClass);
+  keptCalls = 0;
+  ClsGarbage(ClassTag("KEEP"));
+  EXPECT_EQ(keptCalls, 2);
+  EXPECT_EQ(ClassLists[4], &kept->header);
+  ClsDetach(ClassTag("KEEP"), &kept);
 }
 
-TEST(Objects, FailuresAreRaised) {
-  EXPECT_EQ(ClsDetach(1, nullptr), -1);
-  EXPECT_EQ(ErrLine, 110);
+TEST(Objects, FailuresAreRaisedAndAllocationsMayFail) {
+  auto attach = [](void* memory, uint32_t tag, uint32_t classNumber) {
+    return ClsAttach(tag, memory, classNumber, sizeof(Thing), nullptr);
+  };
+  const uint32_t tag = ClassTag("FILE");
   Thing thing = {};
   Thing* variable = &thing;
-  EXPECT_EQ(ClsDetach(ClassTag("FILE"), &variable), -2);
-  EXPECT_EQ(ErrLine, 111);
+  Thing* none = nullptr;
+  EXPECT_EQ(ClsDetach(1, nullptr), -1);
+  EXPECT_EQ(ClsDetach(tag, &variable), -2);
   EXPECT_EQ(variable, &thing);
-  variable = nullptr;
-  EXPECT_EQ(ClsDetach(ClassTag("FILE"), &variable), -2);
-  EXPECT_EQ(ClsAttach(ClassTag("FILE"), nullptr, 16, sizeof thing, nullptr), nullptr);
+  EXPECT_EQ(ClsDetach(tag, &none), -2);
+  EXPECT_EQ(attach(nullptr, tag, 16), nullptr);
   EXPECT_EQ(ClearedTrail(), "02.02.01");
   {
     tavrix_test::AllocationFault fault(1);
-    EXPECT_EQ(ClsAttach(ClassTag("FILE"), nullptr, 8, sizeof thing, nullptr), nullptr);
+    EXPECT_EQ(attach(nullptr, tag, 8), nullptr);
   }
-  EXPECT_EQ(ErrLine, 64);
   {
     tavrix_test::LeakExpected leak;  // the block stays allocated on these two paths, on purpose
-    EXPECT_EQ(ClsAttach(0, nullptr, 8, sizeof thing, nullptr), nullptr);
-    EXPECT_EQ(ErrLine, 80);
-    EXPECT_EQ(ClsAttach(ClassTag("FILE"), nullptr, 0, sizeof thing, nullptr), nullptr);
-    EXPECT_EQ(ErrLine, 81);
+    int64_t before = tavrix_test::LiveBlocks();
+    EXPECT_EQ(attach(nullptr, 0, 8), nullptr);
+    EXPECT_EQ(attach(nullptr, tag, 0), nullptr);
+    EXPECT_EQ(tavrix_test::LiveBlocks(), before + 2);
   }
   EXPECT_EQ(ClearedTrail(), "06.05.02");
   static const Thing constant = {};  // in memory that cannot be written
   SetLastError(77);
-  EXPECT_EQ(ClsAttach(ClassTag("FILE"), const_cast<Thing*>(&constant), 8, sizeof thing, nullptr),
-            nullptr);
-  EXPECT_EQ(ErrLine, 75);
+  EXPECT_EQ(attach(const_cast<Thing*>(&constant), tag, 8), nullptr);
   EXPECT_EQ(ErrCurrent->entries[0].flags & ERR_SYSVALUE, ERR_SYSVALUE);
-  auto* nowhere = reinterpret_cast<void*>(uintptr_t{0x1000});
-  EXPECT_EQ(ClsAttach(ClassTag("FILE"), nowhere, 8, sizeof thing, nullptr), nullptr);
+  EXPECT_EQ(attach(reinterpret_cast<void*>(uintptr_t{0x1000}), tag, 8), nullptr);
   EXPECT_EQ(ClearedTrail(), "03.03");
   EXPECT_STREQ(ErrFile, "cobj");
+  EXPECT_EQ(ClassLists[8], nullptr);
+}
+
+// Links are followed as they are, whatever a caller made of the words.
+TEST(Objects, InstancesAreKnownByTheirLinks) {
+  Thing* things[] = {Make("FILE", 8, 1), Make("FILE", 8, 2), Make("FILE", 8, 3)};
+  Thing loose = {};
+  for (Thing* thing : things) {
+    EXPECT_TRUE(ClsAlive(thing));
+    for (uint32_t number : {7u, 8u, 9u, 16u})
+      EXPECT_EQ(ClsLinked(ClassTag("FILE"), number, thing), number == 8) << number;
+    EXPECT_FALSE(ClsLinked(ClassTag("SCAN"), 8, thing));
+  }
+  EXPECT_FALSE(ClsLinked(ClassTag("FILE"), 8, nullptr));
+  EXPECT_FALSE(ClsLinked(ClassTag("FILE"), 8, &loose));
+  EXPECT_FALSE(ClsAlive(&loose));
+  EXPECT_FALSE(ClsAlive(nullptr));
+  for (uint32_t number : {8u, 16u}) {  // one that is linked nowhere leaves the lists alone
+    Thing* variable = &loose;
+    loose.header = {ClassTag("FILE"), number, sizeof loose, 0, nullptr, nullptr, nullptr};
+    EXPECT_EQ(ClsDetach(ClassTag("FILE"), &variable), 0);
+    EXPECT_EQ(ClassLists[8], &things[0]->header);
+  }
+  // The middle, the end, the beginning.
+  for (int i : {1, 2, 0}) ThingClass(reinterpret_cast<uintptr_t>(things[i]));
+  EXPECT_EQ(released, (std::vector<std::string>{"8:2", "8:3", "8:1"}));
+  EXPECT_EQ(ClassLists[8], nullptr);
+  // Zeroed memory that a list names already is taken as it is.
+  ClassLists[8] = &loose.header;
+  EXPECT_EQ(ClsAttach(ClassTag("FILE"), &loose, 8, sizeof loose, nullptr), &loose);
+  EXPECT_EQ(ClsNew, 0u);
+  EXPECT_EQ(loose.header.size, sizeof loose);
+  ClassLists[8] = nullptr;
 }
 
 TEST(Objects, InitialisationAndNames) {
@@ -203,12 +232,14 @@ TEST(ObjectsDeathTest, TheExitHookCollects) {
     Make("FILE", 8, 1);
     ClsExitHook = [] {
       fputs(ClassLists[8] ? "there " : "gone ", stderr);
+      fputs(ClsFlags & kClsArmed && ClsExiting() ? "armed" : "reported", stderr);
       ClsExitHook = nullptr;
     };
     atexit([] {});
     exit(0);
   };
-  EXPECT_EXIT(end(), testing::ExitedWithCode(0), "there ");
+  EXPECT_EXIT(end(), testing::ExitedWithCode(0), "there armed");
+  EXPECT_EXIT((ErrPush(1), end()), testing::ExitedWithCode(0), "there reported");
   auto procedure = [] {
     Make("FILE", 8, 1, [](uintptr_t) -> uint32_t {
       fputs("collected", stderr);

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <clocale>
+#include <cstring>
 #include <random>
 #include <string>
 
@@ -80,8 +82,16 @@ TEST(SearchTest, FindsPatternsBehindTextOfManyKinds) {
     text += std::string(200000, '.');
   }
   text += pattern + std::string(100, 'a');
-  for (uint32_t flags : {0u, MEM_NOCASE, MEM_BACKWARD})
+  // Many places at which nearly everything matches, and each fails at another one.
+  const std::string plain = std::string(5000, 'a') + "bb";
+  std::string flawed;
+  while (flawed.size() < 30000) flawed += std::string(Upto(random, 400), 'a') + "b";
+  flawed += plain;
+  for (uint32_t flags : {0u, MEM_NOCASE, MEM_BACKWARD}) {
     EXPECT_TRUE(TryFind(text, 'a', pattern, flags)) << flags;
+    EXPECT_TRUE(TryFind(text, 'a', pattern.substr(0, 18), flags)) << flags;
+    EXPECT_TRUE(TryFind(flawed, 'a', plain, flags)) << flags;
+  }
 }
 
 TEST(SearchTest, FindsMembersOfSetsAsRuled) {
@@ -150,8 +160,6 @@ TEST(SearchTest, Oddities) {
       {"\0cdef", "*cdef*cde", 5, 5, MEM_WILDCARD, kNone},
       {"abab", "ab", 3, 2, MEM_BACKWARD, 2},     // over the byte behind the block
       {"abc", "ab", 3, 2, MEM_BACKWARD, kNone},  // the first byte is no place
-      {"abc", nullptr, 3, 2, 0, kNone},
-      {nullptr, "ab", 3, 2, 0, kNone},
   };
   for (const auto& row : kRows) {
     const char* hit = MemFind(row.block, row.length, row.pattern, row.size, row.flags);
@@ -159,8 +167,6 @@ TEST(SearchTest, Oddities) {
   }
   // The byte behind is read only when all before it match.
   EXPECT_EQ(MemFind(Exact("abc").data(), 3, "xb", 2, MEM_BACKWARD), nullptr);
-  EXPECT_EQ(MemFindAny(nullptr, -1, "a", 1, 0), nullptr);
-  EXPECT_EQ(MemReplaceAll(nullptr, 2, "a", 1, "b", 1, 0), 0u);
   // Hits among the bytes that the moves left behind are replaced and counted as well.
   char left[] = "aaaa";
   EXPECT_EQ(MemReplaceAll(left, 4, "aa", 2, nullptr, 0, 0), 6u);
@@ -172,7 +178,79 @@ TEST(SearchTest, Oddities) {
   EXPECT_EQ(MemCmp("ABCx", "abcy", 3, MEM_NOCASE), 0);
   EXPECT_GT(MemCmp("_", "Z", 1, 0), 0);
   EXPECT_LT(MemCmp("_", "Z", 1, MEM_NOCASE), 0);  // compared in lower case
-  EXPECT_LT(MemCmp(nullptr, "a", 1, 0), 0);
+  EXPECT_EQ(MemCmp(nullptr, "a", 1, 0), -1);
+  EXPECT_EQ(MemCmp("a", nullptr, 1, 0), 1);
+  EXPECT_EQ(MemCmp(nullptr, nullptr, 1, 0), 0);
+  EXPECT_EQ(MemCmp("a", "b", 0, 0), 0);
+}
+
+TEST(SearchTest, FindsNothingInNothing) {
+  char block[] = "abc";
+  const struct {
+    char* block;
+    uint32_t length;
+    const char* what;
+    uint32_t size;
+  } kRows[] = {
+      {nullptr, 3, "a", 1}, {block, 3, nullptr, 1}, {block, 3, "a", 0}, {block, 0, "a", 1}};
+  for (const auto& [at, length, what, size] : kRows) {
+    EXPECT_EQ(MemFind(at, length, what, size, 0), nullptr);
+    EXPECT_EQ(MemFindOfs(at, length, what, size, 0), 0u);
+    EXPECT_EQ(MemFindAny(at, static_cast<int32_t>(length), what, size, 0), nullptr);
+    EXPECT_EQ(MemFindAnyOfs(at, static_cast<int32_t>(length), what, size, 0), 0u);
+    EXPECT_EQ(MemReplaceAll(at, length, what, size, "xy", 2, 0), 0u);
+    EXPECT_EQ(MemReplaceAny(at, length, what, size, "xy", 2, 0), 0u);
+    EXPECT_EQ(MemCount(at, length, what, size, 0), 0u);
+    EXPECT_EQ(MemCountAny(at, length, what, size, 0), 0u);
+  }
+  EXPECT_STREQ(block, "abc");
+}
+
+// A table of these lower forms, by what its fields say.
+CaseTable TableOf(const uint8_t* lower) {
+  CaseTable table = {};
+  table.pairs = table.ascii = true;
+  for (int byte = 0; byte < 256; ++byte) {
+    table.lower[byte] = lower[byte];
+    table.twin[byte] = static_cast<uint8_t>(byte);
+    int others = 0;
+    for (int other = 0; other < 256; ++other) {
+      if (other == byte || lower[other] != lower[byte]) continue;
+      table.twin[byte] = static_cast<uint8_t>(other);
+      table.spread[byte] |= static_cast<uint8_t>(other ^ byte);
+      ++others;
+    }
+    table.pairs &= others < 2;
+    table.ascii &= lower[byte] == (byte >= 'A' && byte <= 'Z' ? byte + 32 : byte);
+  }
+  return table;
+}
+
+// Letters of many forms, in the table that is kept for the locale in force.
+TEST(SearchTest, FollowsAnyCases) {
+  Random random(7);
+  const CaseInForce in_force(true);
+  CaseTable* const table = const_cast<CaseTable*>(in_force.table());
+  const CaseTable kept = *table;
+  const std::string letters = "abAB@\xE9\xC9[";
+  for (int round = 0; round < 40; ++round) {
+    uint8_t lower[256];
+    std::copy(kept.lower, kept.lower + 256, lower);
+    for (char c : letters)
+      if (random() % 2)
+        lower[static_cast<uint8_t>(c)] = static_cast<uint8_t>(letters[random() % 8]);
+    *table = TableOf(lower);
+    other_case = lower;
+    for (int call = 0; call < 300; ++call) {
+      const std::string text = RandomText(random, letters + "xyz", RandomSize(random));
+      const std::string what = RandomText(random, letters, 1 + Upto(random, random() % 2 ? 3 : 12));
+      const uint32_t way = random() % 2 ? MEM_NOCASE : MEM_NOCASE | MEM_BACKWARD;
+      ASSERT_TRUE(TryFind(text, 'a', what, way)) << round;
+      ASSERT_TRUE(TryFindAny(text, what, way)) << round;
+    }
+    other_case = nullptr;
+  }
+  *table = kept;
 }
 
 // A locale with one byte a letter, where there is one; then back, for tables are kept by locale.
@@ -181,6 +259,12 @@ TEST(SearchTest, FollowsTheLocale) {
     const bool known = MemCmp("\xE9", "\xC9", 1, MEM_NOCASE) == 0;
     EXPECT_EQ(MemFind("d\xE9j\xE0", 4, "J\xC0", 2, MEM_NOCASE) != nullptr, known);
     EXPECT_EQ(MemFindAny("caf\xE9", 4, "\xC9", 1, MEM_NOCASE) != nullptr, known);
+    uint8_t lower[256];
+    int (*volatile const lower_case)(int) = std::tolower;  // not the compiler's
+    for (int byte = 0; byte < 256; ++byte) lower[byte] = static_cast<uint8_t>(lower_case(byte));
+    const CaseInForce in_force(true);
+    const CaseTable wanted = TableOf(lower);
+    EXPECT_EQ(std::memcmp(in_force.table(), &wanted, sizeof wanted), 0);
     return known;
   };
   EXPECT_FALSE(knows());
@@ -190,6 +274,13 @@ TEST(SearchTest, FollowsTheLocale) {
                            "fr_FR", "German_Germany.1252", "English_United States.1252"})
     set = set || (std::setlocale(LC_CTYPE, name) && std::tolower(capital) == 0xE9);
   EXPECT_EQ(knows(), set);
+  // Of locales that find no place any more, or have too long a name, a table is made by each call.
+  for (std::string name : {"C.UTF-8@", "C.UTF-8", "C.utf8", "C.UTF8", "C.utf-8", "C.Utf-8"}) {
+    if (name.back() == '@') name += std::string(70, 'x');
+    if (std::setlocale(LC_CTYPE, name.c_str())) {
+      EXPECT_FALSE(knows()) << name;
+    }
+  }
   std::setlocale(LC_CTYPE, "C");
   EXPECT_FALSE(knows());
   if (!set) GTEST_SKIP() << "no locale of one byte a letter is installed";

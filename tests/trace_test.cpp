@@ -2,15 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <regex>
 #include <string>
 
 #include "platform/win32.h"
 #include "quern/cerr.h"
-#include "quern/csys.h"
 #include "quern/quern.h"
+#include "tests/support/alloc.h"
+#include "tests/support/traced.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"
 
@@ -18,20 +18,14 @@ namespace quern {
 namespace {
 
 // Lines that reach a stream, with "<time> " where they begin with one.
-std::string Traced(const std::function<void()>& body) {
-  TraceFile = tmpfile();
-  body();
-  rewind(TraceFile);
-  std::string lines;
-  for (int c; (c = fgetc(TraceFile)) != EOF;) lines += static_cast<char>(c);
-  fclose(TraceFile);
-  TraceFile = nullptr;
+template <class Body>
+std::string Stamped(Body body) {
   static const std::regex time(R"(\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d:\d{3} )");
-  return std::regex_replace(lines, time, "<time> ");
+  return std::regex_replace(tavrix_test::TracedStream(body), time, "<time> ");
 }
 
 TEST(Trace, StreamsGetStampedLines) {
-  EXPECT_EQ(Traced([] {
+  EXPECT_EQ(Stamped([] {
               Trace(0, "zero\n");
               Trace(1, "dropped");
               Trace(-1, "below %d", 5);
@@ -46,11 +40,11 @@ TEST(Trace, StreamsGetStampedLines) {
 
 TEST(Trace, LongLinesAreCutAndFailuresReported) {
   std::string longText(2000, 'x');
-  std::string lines = Traced([&] { Trace(0, "%s", longText.c_str()); });
+  std::string lines = Stamped([&] { Trace(0, "%s", longText.c_str()); });
   EXPECT_EQ(lines, "<time> " + std::string(1023 - 24, 'x') + "\n");
-  EXPECT_EQ(Traced([] { Trace(0, nullptr); }), "<time> \n");
+  EXPECT_EQ(Stamped([] { Trace(0, nullptr); }), "<time> \n");
   ErrRaiseText("test", 7, 3, longText.c_str());
-  EXPECT_EQ(Traced([] { Trace(0, nullptr); }),
+  EXPECT_EQ(Stamped([] { Trace(0, nullptr); }),
             "<time> " + ("Error 03 (TEST7): " + longText).substr(0, 1023 - 24) + "\n");
   EXPECT_EQ(tavrix_test::ClearedTrail(), "03");  // the stack is left alone
 }
@@ -74,6 +68,11 @@ TEST(Trace, DebuggersGetLinesAsTheyAre) {
 
 TEST(Trace, RestartsAreRefused) {
   SysInit(0);
+  {
+    tavrix_test::AllocationFault fault(1);  // of the table of handles
+    EXPECT_EQ(SysShutdown(), -1);
+  }
+  EXPECT_EQ(tavrix_test::ClearedTrail(), "01");
   EXPECT_EQ(SysShutdown(), -3);
   char report[512];
   ErrReport(report, ERR_REPORT_COMPOSE | ERR_REPORT_FULL);

@@ -5,20 +5,21 @@
 #include <gtest/gtest.h>
 
 #include <cinttypes>
-#include <cstdio>
-#include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "quern/cerr.h"
-#include "quern/csys.h"
+#include "tests/support/alloc.h"
+#include "tests/support/traced.h"
 #include "tests/support/trail.h"
 
 namespace quern {
 namespace {
 
 using tavrix_test::ClearedTrail;
+using tavrix_test::Line;
 
 // Of a size at which a deletion by an offset that counts whole links hits the next element's link.
 constexpr size_t kStride = (sizeof(TreeLink) - 1) * sizeof(void*);
@@ -67,7 +68,7 @@ struct Model {
     int r = End(Other(side), At(i).*side);
     if (r < 0) return At(i).*Other(side);
     if (At(r).prev != i) {
-      At(At(r).prev).*Other(side) = -1;
+      if (At(r).prev >= 0) At(At(r).prev).*Other(side) = -1;
       At(r).*side = At(i).*side;
     }
     At(r).*Other(side) = At(i).*Other(side);
@@ -133,30 +134,18 @@ struct Model {
         if (cursor < 0) return false;
       }
       if (side == &Node::high) continue;
-      char line[256];
       const Node& node = At(cursor);
-      snprintf(line, sizeof line,
-               "%04d Node (0x%08" PRIXPTR "): pPrev=0x%08" PRIXPTR "; pHigh=0x%08" PRIXPTR
-               "; pLow=0x%08" PRIXPTR "; Cmpr=%d;\n",
-               ++number, Word(Link(cursor)), Word(Link(node.prev)), Word(Link(node.high)),
-               Word(Link(node.low)), values[cursor] - values[key]);
-      *lines += line;
+      *lines += Line("%04d Node (0x%08" PRIXPTR "): pPrev=0x%08" PRIXPTR "; pHigh=0x%08" PRIXPTR
+                     "; pLow=0x%08" PRIXPTR "; Cmpr=%d;\n",
+                     ++number, Word(Link(cursor)), Word(Link(node.prev)), Word(Link(node.high)),
+                     Word(Link(node.low)), values[cursor] - values[key]);
     }
     return true;
   }
 };
 
-std::string Traced(const Tree* tree, const void* key) {
-  TraceFile = tmpfile();
-  EXPECT_EQ(MemTreeDump(tree, key), 0);
-  rewind(TraceFile);
-  std::string lines;
-  char line[256];
-  while (fgets(line, sizeof line, TraceFile))
-    if (*line != '\n') lines += line + strlen("05.03.2001 10:00:00:000 ");
-  fclose(TraceFile);
-  TraceFile = nullptr;
-  return lines;
+std::string Dumped(const Tree* tree, const void* key) {
+  return tavrix_test::Traced([&] { EXPECT_EQ(MemTreeDump(tree, key), 0); });
 }
 
 TEST(Tree, AgreesWithAModelOverRandomCalls) {
@@ -202,10 +191,10 @@ TEST(Tree, AgreesWithAModelOverRandomCalls) {
             model.number = 0;
             model.cursor = model.root;
             if (!model.Dump(&lines, i, 0) && model.root >= 0) ++dumped;
-            EXPECT_NE(Traced(&tree, Link(i)), "");
-            ASSERT_EQ(Traced(nullptr, Link(i)), lines);
+            EXPECT_NE(Dumped(&tree, Link(i)), "");
+            ASSERT_EQ(Dumped(nullptr, Link(i)), lines);
             if (!model.Dump(&lines, i, 0)) continue;
-            ASSERT_NE(Traced(nullptr, Link(i)), "");
+            ASSERT_NE(Dumped(nullptr, Link(i)), "");
             continue;
           case 4: {
             bool high = below(2);
@@ -259,59 +248,64 @@ TEST(Tree, RefusesWhatItDoesNotKnow) {
   Tree tree = {0, 1, Compare, Link(0)};
   auto quiet = [](const void* result) {
     EXPECT_EQ(result, nullptr);
-    int32_t code = ErrLast;
-    ErrLast = 0;
-    return code;
+    return std::exchange(ErrLast, 0);
   };
-  EXPECT_EQ(quiet(MemTreeLinkHigh(nullptr, Link(0), Link(1))), 1);
-  EXPECT_EQ(quiet(MemTreeLinkHigh(&tree, Link(0), nullptr)), 1);
-  EXPECT_EQ(quiet(MemTreeLinkLow(nullptr, Link(0), Link(1))), 1);
-  EXPECT_EQ(quiet(MemTreeLinkLow(&tree, nullptr, nullptr)), 1);
-  EXPECT_EQ(quiet(MemTreeUnlink(nullptr, Link(0))), 1);
-  EXPECT_EQ(quiet(MemTreeUnlink(&tree, nullptr)), 1);
-  EXPECT_EQ(quiet(MemTreeAdd(nullptr, Element(0))), 1);
-  EXPECT_EQ(quiet(MemTreeAdd(&tree, nullptr)), 1);
+  for (Tree* of : {static_cast<Tree*>(nullptr), &tree}) {  // without a tree, without anything else
+    TreeLink* link = of ? nullptr : Link(1);
+    EXPECT_EQ(quiet(MemTreeLinkHigh(of, Link(0), link)), 1);
+    EXPECT_EQ(quiet(MemTreeLinkLow(of, nullptr, link)), 1);
+    EXPECT_EQ(quiet(MemTreeUnlink(of, link)), 1);
+    EXPECT_EQ(quiet(MemTreeAdd(of, link)), 1);
+    EXPECT_EQ(quiet(MemTreeGet(of, link, 0)), 1);
+    EXPECT_EQ(quiet(MemTreeDel(of, link, 0)), 1);
+  }
   for (auto* call : {MemTreeGet, MemTreeDel}) {
-    EXPECT_EQ(quiet(call(nullptr, Element(0), 0)), 1);
-    EXPECT_EQ(quiet(call(&tree, nullptr, 0)), 1);
+    tree.cbfCmpr = Compare;
     for (const char* text : {"", "??", "><", "=!"})
       EXPECT_EQ(quiet(call(&tree, Element(0), MemOperator(text))), 2);
-    EXPECT_EQ(ErrLine, 1241);
     EXPECT_EQ(ClearedTrail(), "02.02.02.02");
     tree.cbfCmpr = nullptr;
     for (const char* text : {"|<", "??"})
       EXPECT_EQ(quiet(call(&tree, Element(0), MemOperator(text))), 1);
-    EXPECT_EQ(ErrLine, 1224);
     EXPECT_EQ(ClearedTrail(), "01.01");
-    EXPECT_EQ(quiet(MemTreeAdd(&tree, Element(1))), 2);
-    tree.cbfCmpr = Compare;
   }
-  tree.pRoot = nullptr;
+  EXPECT_EQ(quiet(MemTreeAdd(&tree, Element(1))), 2);
+  tree = {0, 1, Compare, nullptr};
   EXPECT_EQ(quiet(MemTreeAdd(&tree, Element(0))), 3);
   EXPECT_EQ(quiet(MemTreeLastHigh(nullptr)), 0);
-  EXPECT_EQ(Traced(nullptr, nullptr), "");
-  char line[256];
-  snprintf(line, sizeof line,
-           "Tree (0x%08" PRIXPTR
-           "): pRoot=0x00000000; nCount=0x00000001; nOffset=0x00000000; "
+  EXPECT_EQ(Dumped(nullptr, nullptr), "");
+  EXPECT_EQ(
+      Dumped(&tree, nullptr),
+      Line("Tree (0x%08" PRIXPTR "): pRoot=0x00000000; nCount=0x00000001; nOffset=0x00000000; "
            "cbfCmpr=0x%08" PRIXPTR ";\n",
-           Word(&tree), reinterpret_cast<uintptr_t>(&Compare));
-  EXPECT_EQ(Traced(&tree, nullptr), line);
-  EXPECT_EQ(Traced(nullptr, nullptr), "");
+           Word(&tree), reinterpret_cast<uintptr_t>(&Compare)));
+  EXPECT_EQ(Dumped(nullptr, nullptr), "");
 }
 
-TEST(Tree, DumpsAHundredThousandLevels) {
+// The walk takes a byte a level; without memory for the next one it ends.
+TEST(Tree, DumpsAHundredThousandLevelsAndMayFail) {
   static std::vector<TreeLink> links(100000);
-  Tree tree = {0, 0, [](const void*, const void*) { return 0; }, nullptr};
+  Tree tree = {0, 0, nullptr, nullptr};
   for (size_t i = 0; i < links.size(); ++i)
     MemTreeLinkLow(&tree, i ? &links[i - 1] : nullptr, &links[i]);
-  MemTreeDump(&tree, nullptr);
-  std::string lines = Traced(nullptr, nullptr);
-  char first[64], last[64];
-  snprintf(first, sizeof first, "0001 Node (0x%08" PRIXPTR ")", Word(&links.back()));
-  snprintf(last, sizeof last, "\n100000 Node (0x%08" PRIXPTR ")", Word(&links.front()));
-  EXPECT_EQ(lines.find(first), 0u);
-  EXPECT_NE(lines.find(last), std::string::npos);
+  ErrStackAttach(nullptr);
+  const int64_t before = tavrix_test::LiveBlocks();
+  int64_t number = 1;
+  for (bool failed = true; failed; ++number) {
+    MemTreeDump(&tree, nullptr);
+    std::string lines = tavrix_test::Traced([&] {
+      tavrix_test::AllocationFault fault(number, 1);
+      MemTreeDump(nullptr, nullptr);
+      failed = fault.Hit();
+    });
+    EXPECT_EQ(ClearedTrail(), !failed ? "" : number == 1 ? "02.01" : "02.02");
+    EXPECT_EQ(tavrix_test::LiveBlocks(), before);
+    const char* node = "%04d Node (0x%08" PRIXPTR ")";
+    EXPECT_EQ(lines.starts_with(Line(node, 1, Word(&links.back()))), !failed);
+    EXPECT_EQ(lines.find("\n" + Line(node, 100000, Word(&links.front()))) != lines.npos, !failed);
+    EXPECT_TRUE(failed ? lines.empty() : lines.ends_with(" Cmpr=0;\n"));
+  }
+  EXPECT_GT(number, 5);
 }
 
 }  // namespace

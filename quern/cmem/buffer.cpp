@@ -116,7 +116,7 @@ int32_t FormatInto(MemBuf* buf, const char* format, va_list arguments) {
   va_copy(copy, arguments);
   int length = FormatText(buf->pData, size_t{buf->nAlloc} + 1, format, copy);
   va_end(copy);
-  return length < 0 || static_cast<uint32_t>(length) > buf->nAlloc ? -1 : length;
+  return static_cast<uint32_t>(length) > buf->nAlloc ? -1 : length;
 }
 
 char* Format(MemBuf* buf, const char* format, va_list arguments) {

@@ -132,14 +132,11 @@ void* MemChainAdd(Chain* chain, void* element, uint32_t mode) {
   if (!chain || !element) return Fail(1);
   ChainLink* link = LinkOf(chain, element);
   ChainLink* reference;
-  uint32_t code = mode & 0xFFFF;
   if (!(mode & MEM_INDEX)) {
-    if (!Select(chain, link, code, 963, &reference)) return nullptr;
-  } else if (mode & MEM_AFTER) {
-    reference = chain->pFirst;
+    if (!Select(chain, link, mode & 0xFFFF, 963, &reference)) return nullptr;
   } else {
-    // Any other count would walk off the end.
-    reference = (mode & MEM_BEFORE) || code == 0 ? chain->pLast : nullptr;
+    // Whatever the count: any but 0 would walk off the end.
+    reference = mode & MEM_AFTER ? chain->pFirst : chain->pLast;
   }
   ChainLink* result;
   if (mode & MEM_AFTER) {

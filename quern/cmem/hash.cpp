@@ -28,9 +28,7 @@ constexpr uint32_t kProbes = 5;
 uint32_t HomeIn(uint32_t idHash) { return idHash & kHomeMask; }
 uint32_t CountIn(uint32_t idHash) { return idHash >> kHomeBits; }
 
-HashNode* Entries(const MemBuf* pool) {
-  return pool ? reinterpret_cast<HashNode*>(pool->pData) : nullptr;
-}
+HashNode* Entries(const MemBuf* pool) { return reinterpret_cast<HashNode*>(pool->pData); }
 uint32_t EntryCount(const MemBuf* pool) {
   return pool && pool->pData ? pool->nSize / sizeof(HashNode) : 0;
 }
@@ -110,10 +108,10 @@ HashNode* FreePlace(uint32_t home) {
   uint32_t budget = 5;  // entries of the same home that are passed over
   Probe probe;
   probe.Begin(home);
-  while (probe.made < kProbes && budget > 0) {
+  while (probe.made < kProbes) {
     HashNode* entry = probe.Next(addition);
     if (entry->idHash == 0 && probe.made < kProbes) return entry;
-    if (entry->idHash != 0 && HomeIn(entry->idHash) == home) --budget;
+    if (HomeIn(entry->idHash) == home) --budget;
   }
   MemBuf* pool = addition.pool;
   if (!pool) return nullptr;
@@ -240,14 +238,13 @@ int32_t MemHashSize(Hash* hash, uint32_t slots, uint32_t pool) {
     hash->pmbLinear = nullptr;
   } else if (pool != 0) {
     uint64_t granule = uint64_t{pool} * sizeof(HashNode);
-    MemBuf* made = hash->pmbLinear;
-    if (made) savePool();
-    if (!made && granule <= UINT32_MAX) made = MemBufNew(nullptr, 0);
-    if (!made || granule > UINT32_MAX) {
+    MemBuf* made = nullptr;
+    if (hash->pmbLinear) savePool();
+    if (granule <= UINT32_MAX) made = MemBufNew(hash->pmbLinear, static_cast<uint32_t>(granule));
+    if (!made) {
       ErrRaiseText(kModule, 1553, 2, kNoMemory);
       return Discard(saved, savedPool, -ErrLast);
     }
-    made->nAlign = static_cast<uint32_t>(granule);
     hash->pmbLinear = made;
   }
   if (saved.nCount != 0 && saved.pHash) {

@@ -84,13 +84,13 @@ void Normalise(ScanDef* record, uint32_t number, uint32_t* previous) {
 // one behind the last, or one whose id has no slot.
 ScanDef* Enter(ScanDef* table) {
   const Scanner* scanner = CurrentScanner;
-  ScanDef* first = nullptr;  // of the last symbol that was entered
+  ScanDef* first = table;  // of the last symbol that was entered
   ScanDef* record = table;
   for (; record->nId != 0 && record->nId <= scanner->nHighest; ++record) {
     if (record->nId < 0) continue;
     ScanDef*& slot = scanner->pIndex[record->nId];
     if (!slot) first = slot = record;
-    if (first && (record->fFlags & SCAN_MASK)) first->fFlags |= SCAN_MASKED;
+    if (record->fFlags & SCAN_MASK) first->fFlags |= SCAN_MASKED;
   }
   return record;
 }

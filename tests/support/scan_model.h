@@ -44,10 +44,11 @@ struct ScanModel {
   };
   struct Record {  // of a token; -1: none
     int number = -1;
+    bool operator==(const Record&) const = default;
   };
   static constexpr int kStatic = 0, kOwn = 1, kPrivate = 2;
 
-  static constexpr long kNowhere = -1, kUnknown = -2;
+  static constexpr long kNowhere = -1;
   struct Offset {  // in the text
     long at = kNowhere;
   };
@@ -58,24 +59,32 @@ struct ScanModel {
     uint32_t reserved = 0;
     uint32_t length = 0;
     uintptr_t value = 0;
+    bool operator==(const Token&) const = default;
   };
 
-  // What calls change beside the tables.
-  struct State {
+  // What calls change beside the tables, as far as the library shows it.
+  struct Seen {
     long position = 0, line_start = 0;
     uint32_t line = 0, column = 0, mode = 0;
     std::string value;
     uint32_t value_length = 0;
     int table = -1;
     int32_t highest = 0;
-    std::vector<Place> index;
     Record pending;
     int32_t status = 0;
-    Token tokens[3];
+    Token tokens[2];
     std::string trail;  // of the errors since Clear, a separator in front of each
-    uint32_t entries = 0;
     int32_t last = 0;
+    bool operator==(const Seen&) const = default;
+  };
+  struct State : Seen {
+    Token of_search;
+    std::vector<Place> index;
+    uint32_t entries = 0;
 
+    Token& Of(Record record) {
+      return record.number == kPrivate ? of_search : tokens[record.number];
+    }
     void Clear() { trail.clear(), entries = 0, last = 0; }
   };
 
@@ -168,6 +177,7 @@ struct ScanModel {
     size_t first = 0;
     for (size_t row = 0; table[row].id != 0; ++row) {
       if (table[row].id > now.highest) return Raise(7, false);
+      if (table[row].id < 0) continue;
       Place& slot = now.index[table[row].id];
       if (slot.table < 0) {
         slot = {which, row};
@@ -241,7 +251,7 @@ struct ScanModel {
       Advance(0);
       if (now.status != id) return {};
       if (now.pending.number < 0) now.pending = {kStatic};
-      Token& token = now.tokens[now.pending.number];
+      Token& token = now.Of(now.pending);
       token.start = kNowhere;
       token.length = 0;
       token.id = now.status;
@@ -312,7 +322,7 @@ struct ScanModel {
     if (p == start) return {};
     if (mode != 0) now.mode = mode & (id == 2 ? 0x1BFFFFFF : 0x13FFFFFF);
     if (now.pending.number < 0) now.pending = {kStatic};
-    Token& token = now.tokens[now.pending.number];
+    Token& token = now.Of(now.pending);
     token.start = start;
     token.id = id;
     token.length = static_cast<uint32_t>(p - start);
@@ -346,9 +356,7 @@ struct ScanModel {
     }
   }
 
-  void AdvanceOverPending() {
-    Advance(static_cast<int32_t>(now.tokens[now.pending.number].length));
-  }
+  void AdvanceOverPending() { Advance(static_cast<int32_t>(now.Of(now.pending).length)); }
 
   int32_t Rewind() {
     now.line_start = now.position = 0;
@@ -389,7 +397,7 @@ struct ScanModel {
     }
     if (now.pending.number >= 0) {
       AdvanceOverPending();
-      if (now.tokens[now.pending.number].id == 1) {
+      if (now.Of(now.pending).id == 1) {
         now.line_start = now.position;
         now.column = 0;
         ++now.line;
@@ -400,14 +408,14 @@ struct ScanModel {
     if (id == 9006) return {};
     now.pending = id == 9003 ? FirstSymbol() : Symbol(id);
     if (id == 9003 && now.pending.number < 0) now.pending = Get(9002);
-    if (now.pending.number >= 0) now.status = now.tokens[now.pending.number].id;
+    if (now.pending.number >= 0) now.status = now.Of(now.pending).id;
     return now.pending;
   }
 
   Record Match(int32_t id) {
     if (now.status == 9002) return {};
     now.pending = Symbol(id);
-    now.status = now.pending.number >= 0 ? now.tokens[now.pending.number].id : 0;
+    now.status = now.pending.number >= 0 ? now.Of(now.pending).id : 0;
     return now.pending;
   }
 
@@ -431,7 +439,7 @@ struct ScanModel {
     const Record token = Get(id);
     now.value.clear();
     if (token.number < 0) return now.pending;  // which the codes of begin and end leave
-    const long count = now.position - static_cast<long>(now.tokens[token.number].length) - start;
+    const long count = now.position - static_cast<long>(now.Of(token).length) - start;
     if (count > 0) now.value = text.substr(start, count);
     return now.pending;
   }

@@ -28,9 +28,16 @@ inline long Position(const void* hit, const Exact& block) {
   return hit ? static_cast<const char*>(hit) - block.data() : kNone;
 }
 
+// The lower forms of all bytes, in the place of the locale's.
+inline const uint8_t* other_case = nullptr;
+
+inline int Lower(char c) {
+  const uint8_t byte = static_cast<uint8_t>(c);
+  return other_case ? other_case[byte] : std::tolower(byte);
+}
+
 inline bool Equal(char a, char b, uint32_t flags) {
-  if (!(flags & MEM_NOCASE)) return a == b;
-  return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+  return flags & MEM_NOCASE ? Lower(a) == Lower(b) : a == b;
 }
 
 // --- patterns ------------------------------------------------------------------------------------
@@ -225,7 +232,10 @@ inline bool TryReplace(bool all, const std::string& text, const Replacing& by) {
   Exact block((text + room).substr(0, size)), what(by.what), with(by.with);
   const uint32_t total = (all ? MemReplaceAll : MemReplaceAny)(
       block.data(), static_cast<uint32_t>(length), what.data(), what.size(),
-      by.copies ? with.data() : nullptr, with.size(), by.flags);
+      !by.copies     ? nullptr
+      : with.empty() ? ""
+                     : with.data(),
+      with.size(), by.flags);
   return (all ? 0 - total : total) == static_cast<uint32_t>(expected.growth) &&
          expected.memory.compare(0, size, block.data(), size) == 0;
 }
