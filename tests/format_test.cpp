@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "quern/cerr.h"
 #include "quern/cfmt.h"
@@ -28,7 +30,7 @@ std::string Printed(Call call) {
   return testing::internal::GetCapturedStdout();
 }
 
-char Shown(char c) { return iscntrl(static_cast<unsigned char>(c)) ? '.' : c; }
+char Shown(char c) { return (c >= 0 && c < ' ') || c == 0x7F ? '.' : c; }
 
 std::string Digits(unsigned char byte) {
   char text[4];
@@ -65,8 +67,7 @@ TEST(Format, HexAgreesWithAModel) {
   std::mt19937 random(3);
   for (int round = 0; round < 20000; ++round) {
     std::string bytes(random() % 40, '\0');
-    // Beyond ASCII the classification of control characters is the locale's.
-    for (char& byte : bytes) byte = static_cast<char>(random() % 128);
+    for (char& byte : bytes) byte = static_cast<char>(random());
     const uint32_t flags = random() % 16 | (random() % 4) << 28;
     const std::string wanted = Hex(bytes, flags);
     auto length = static_cast<uint32_t>(bytes.size());
@@ -121,6 +122,23 @@ TEST(Format, UnhexReadsWhatPeopleWrite) {
   EXPECT_EQ(Unhex("123456789", UNHEX_LONG), "78 56 34 12 09 00 00 00");
   EXPECT_EQ(Unhex("4142", UNHEX_BYTES, 3), "41 40");
   EXPECT_EQ(Unhex("xxxx 1", UNHEX_FIT), "01");
+  // What each character stands for, alone and behind a digit.
+  for (int c = 1; c < 256; ++c) {
+    const char alone[] = {static_cast<char>(c), '\0'}, behind[] = {'1', static_cast<char>(c), '\0'};
+    bool skipped = strchr("hH.- ", c);
+    std::string value = isxdigit(c) ? std::string("0") + static_cast<char>(toupper(c)) : "";
+    EXPECT_EQ(Unhex(alone, UNHEX_FIT), value) << c;
+    if (isxdigit(c)) value[0] = '1';
+    if (skipped) value = "01";
+    EXPECT_EQ(Unhex(behind, UNHEX_FIT), value) << c;
+  }
+  EXPECT_EQ(Unhex("0X1F", UNHEX_FIT), "1F");
+  for (const char* digits : {"1", "12", "123", "1234", "12345", "123456", "1234567", "12345678"}) {
+    auto count = static_cast<int>(strlen(digits));
+    EXPECT_EQ(Unhex(digits, UNHEX_FIT).size(), (count + 1u) / 2 * 3 - 1) << digits;
+    EXPECT_EQ(Unhex(digits, UNHEX_WORDS).size(), (count + 3u) / 4 * 6 - 1) << digits;
+    EXPECT_EQ(Unhex(digits, UNHEX_LONG).size(), 11u) << digits;
+  }
   EXPECT_EQ(Unhex("12", 0), "");
   EXPECT_EQ(Unhex("", UNHEX_LONG), "");
   for (uint32_t mode : {0, 2, 4, 8, 15}) EXPECT_EQ(Unhex("12 zz", mode), "");
@@ -137,15 +155,15 @@ TEST(Format, UnhexReadsWhatPeopleWrite) {
 }
 
 TEST(Format, DumpsAgreeWithPrintedOnes) {
-  std::string bytes(700, '\0');
+  std::string bytes(20'000, '\0');
   std::mt19937 random(5);
-  for (char& byte : bytes) byte = static_cast<char>(random() % 128);
-  for (uint32_t length : {0u, 1u, 15u, 16u, 17u, 20u, 700u}) {
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  for (uint32_t length : {0u, 1u, 15u, 16u, 17u, 20u, 20'000u}) {
     for (uint32_t flags :
          {0u, DUMP_OFFSET, DUMP_FILEOFFSET, DUMP_ADDRESS, DUMP_OFFSET | DUMP_ADDRESS, DUMP_HEADER,
           DUMP_HEADER | DUMP_RULER | DUMP_OFFSET | DUMP_ADDRESS, DUMP_HEADER | DUMP_FILEOFFSET,
           DUMP_HEADER | DUMP_ADDRESS | DUMP_RULER}) {
-      for (int32_t width : {16, 5, 40}) {
+      for (int32_t width : {16, 5, 40, 256}) {
         FmtLineBytes = width;
         constexpr uint32_t kBase = 0xFFFFFFF0;
         std::string wanted;
@@ -158,7 +176,7 @@ TEST(Format, DumpsAgreeWithPrintedOnes) {
             wanted += "  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F  0123456789ABCDEF\n";
         }
         for (uint32_t at = 0; at < length; at += static_cast<uint32_t>(width)) {
-          char line[400];
+          char line[1200];
           int n = 1;
           strcpy(line, " ");
           auto address = reinterpret_cast<uintptr_t>(bytes.data() + at) + kBase;
@@ -175,6 +193,16 @@ TEST(Format, DumpsAgreeWithPrintedOnes) {
             << length << " " << flags << " " << width;
       }
     }
+  }
+  // Lines hold from 1 to 256 bytes.
+  auto printed = [&] { return Printed([&] { FmtDump(bytes.data(), 700, 0, 0); }); };
+  for (auto [outside, inside] : {std::pair{-5, 1}, {0, 1}, {257, 256}, {5000, 256}}) {
+    FmtLineBytes = outside;
+    std::string lines = printed();
+    FmtLineBytes = inside;
+    EXPECT_EQ(lines, printed()) << outside;
+    EXPECT_EQ(static_cast<int>(std::count(lines.begin(), lines.end(), '\n')),
+              (699 + inside) / inside);
   }
   FmtLineBytes = 16;
   EXPECT_EQ(Printed([] { FmtDump("x", 0x80000000, 0, 0); }), "");
@@ -226,10 +254,50 @@ TEST(Format, StructuresByField) {
   EXPECT_EQ(FmtStructFind(fields, 0, FIELD_INT | FIELD_OVERLAY | 2), fields + 7);
   EXPECT_EQ(FmtStructFind(fields, 99, 1)->pszName, nullptr);
   EXPECT_EQ(FmtStructFind(nullptr, 1, 1), nullptr);
-  ErrLast = 0;
-  EXPECT_EQ(FmtStruct(nullptr, sample), 0u);
-  EXPECT_EQ(ErrLast, 1);
+  for (auto [table, data] :
+       {std::pair<const FieldDesc*, const void*>{nullptr, sample}, {fields, nullptr}}) {
+    ErrLast = 0;
+    EXPECT_EQ(FmtStruct(table, data), 0u);
+    EXPECT_EQ(ErrLast, 1);
+  }
   EXPECT_EQ(Struct(fields + 15, sample, 80), "\nstruct (null):\n");
+  // Sizes that no number has show nothing: of 3 bytes the next field is behind them, of others in
+  // their place. Rows without a name end nothing among the names.
+  const FieldDesc odd[] = {{1, FIELD_STRUCT, "odd", 0, 0, nullptr},
+                           {2, FIELD_CHAR | 1, "a", 0, 0, nullptr},
+                           {3, FIELD_CHAR | 3, "three", 0, 0, nullptr},
+                           {4, FIELD_CHAR | 1, "b", 0, 0, nullptr},
+                           {5, FIELD_CONSTANT, "SMALL", 1, 3, nullptr},
+                           {6, FIELD_BIT, nullptr, 4, 0, nullptr},
+                           {7, FIELD_CONSTANT, "OTHER", 2, 3, nullptr},
+                           {8, FIELD_BIT, "FOUR", 4, 0, nullptr},
+                           {9, FIELD_CHAR | 5, "five", 0, 0, nullptr},
+                           {10, FIELD_CONSTANT, "STILL", 5, 0, nullptr},
+                           {11, FIELD_LONG | 4, "a_name_beyond_its_column", 0, 0, "c"},
+                           {12, FIELD_CHAR | FIELD_OVERLAY | 8, "over", 0, 0, nullptr},
+                           {13, FIELD_CHAR | FIELD_OVERLAY | 1, "under", 0, 0, nullptr},
+                           {14, FIELD_CHAR | FIELD_MEMBER | 2, "behind", 0, 0, nullptr},
+                           {15, FIELD_CHAR | FIELD_MEMBER | 1, "last", 0, 0, nullptr},
+                           {16, FIELD_UNSIGNED | 1, "next", 0, 0, nullptr},
+                           {0, 0, nullptr, 0, 0, nullptr}};
+  unsigned char bytes[32];
+  for (unsigned char i = 0; i < sizeof bytes; ++i) bytes[i] = i + 1;
+  EXPECT_EQ(Struct(odd, bytes, 0),
+            "\nstruct odd:\n"
+            "    char   a                  = 0x01\n"
+            "    char   three              \n"
+            "    char   b                  = 0x05 SMALL|FOUR\n"
+            "    char   five                STILL\n"
+            "    long   a_name_beyond_its_column= 0x09080706   // c\n"
+            "0   char   over               = 0x090807060d0c0b0a\n"
+            "0   char   under              = 0x06\n"
+            "0   char   behind             = 0x0706\n"
+            "8   char   last               = 0x06\n"
+            "    u      next               = 0x11\n");
+  EXPECT_EQ(Printed([&] { EXPECT_EQ(FmtStructWithin(odd + 15, bytes, 0), 36u); }),
+            "\nstruct (null):\n    u      next               = 0x01\n");
+  EXPECT_EQ(Printed([] { EXPECT_GT(FmtStruct(fields, sample), 50u); }).substr(0, 16),
+            "\nstruct sample:\n");
 }
 
 TEST(Format, NamesWrapAtTheWidth) {
@@ -251,20 +319,74 @@ TEST(Format, NamesWrapAtTheWidth) {
 TEST(Format, EveryAllocationMayFail) {
   ErrRaise("test", 1, 1);
   ErrClear();
-  bool failed = true;
-  for (int64_t number = 1; failed; ++number) {
-    const char* text;
-    {
-      tavrix_test::AllocationFault fault(number);
-      text = FmtHex("Hello", 5, nullptr, 0);
-      failed = fault.Hit();
+  // Into the formatter, from there, in place, and a dump.
+  for (int way = 0; way < 4; ++way) {
+    bool failed = true;
+    for (int64_t number = 1; failed; ++number) {
+      char area[100] = "Hello";
+      const char* source = area;
+      if (way == 1) source = FmtHex("Hel", 3, nullptr, 0);
+      const char* text = nullptr;
+      std::string printed = Printed([&] {
+        tavrix_test::AllocationFault fault(number, way == 1 ? 9 : 0);
+        if (way == 3) {
+          EXPECT_EQ(FmtDump(area, 5, 0, 0), 0);
+        } else {
+          text = FmtHex(source, 5, way == 2 ? area : nullptr, 0);
+        }
+        failed = fault.Hit();
+      });
+      if (way < 3) {
+        EXPECT_EQ(text == nullptr, failed) << way << " " << number;
+      } else {
+        EXPECT_EQ(printed.empty(), failed);
+      }
+      EXPECT_EQ(ErrCurrent->nCount > 0, failed);
+      if (text) {
+        EXPECT_STREQ(text, way == 1 ? "34 38 20 36 35" : "48 65 6C 6C 6F");
+      } else {
+        EXPECT_STREQ(area, "Hello");
+      }
+      ErrClear();
+      FmtClass(0);
+      EXPECT_EQ(CurrentFormatter, nullptr);
     }
-    EXPECT_EQ(text == nullptr, failed);
-    EXPECT_EQ(ErrCurrent->nCount > 0, failed);
-    ErrClear();
-    FmtClass(0);
-    EXPECT_EQ(CurrentFormatter, nullptr);
   }
+  // A structure is printed with what there is memory for.
+  std::string whole = Struct(fields, sample, 0);
+  bool hit = true;
+  for (int64_t number = 1; hit; ++number) {
+    std::string printed = Printed([&] {
+      tavrix_test::AllocationFault fault(number, 3);  // and what is tried in its place
+      FmtStructWithin(fields, sample, 0);
+      hit = fault.Hit();
+    });
+    EXPECT_EQ(printed == whole, !hit) << number;
+    EXPECT_TRUE(printed.starts_with("\nstruct sample:\n"));
+    ErrClear();
+  }
+}
+
+TEST(Format, FormattersComeAndGo) {
+  Formatter own = {};
+  EXPECT_EQ(FmtSelect(&own), &own);
+  EXPECT_EQ(own.mbText.nAlign, 64u);
+  EXPECT_EQ(own.header.flags & INST_IMPLICIT, 0u);
+  own.mbText.nAlign = 32;
+  EXPECT_EQ(FmtSelect(&own), &own);  // as it is
+  EXPECT_EQ(own.mbText.nAlign, 32u);
+  Formatter* other = FmtSelect(nullptr);
+  EXPECT_EQ(FmtClass(reinterpret_cast<uintptr_t>(&own)), 0u);
+  EXPECT_EQ(own.header.tag, 0u);
+  EXPECT_EQ(FmtClass(reinterpret_cast<uintptr_t>(&own)), 0u);  // released before
+  EXPECT_EQ(ClassLists[kFmtClass], &other->header);
+  EXPECT_EQ(FmtClass(kCollectRequest), 0u);
+  EXPECT_EQ(ClassLists[kFmtClass], nullptr);
+  CurrentFormatter = nullptr;
+  EXPECT_EQ(FmtClass(0), 0u);
+  uint32_t foreign[30] = {1234};
+  EXPECT_EQ(FmtSelect(foreign), nullptr);
+  EXPECT_EQ(ClearedTrail(), "1000.04");
 }
 
 }  // namespace

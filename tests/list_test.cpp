@@ -9,16 +9,26 @@
 #include <filesystem>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "exports/tavrix32.h"
 #include "platform/win32.h"
 #include "quern/cerr.h"
+#include "quern/cfile/find.h"
+#include "quern/cfile/path.h"
 #include "quern/cobj.h"
 #include "quern/csys.h"
 #include "tests/support/alloc.h"
+#include "tests/support/call.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"
+
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#endif
 
 namespace {
 
@@ -101,7 +111,7 @@ struct Model {
       return;
     }
     for (const Entry& entry : Entries(dir)) {
-      if (!entry.isDirectory || entry.name[0] == '.') continue;
+      if (!entry.isDirectory || entry.name == "." || entry.name == "..") continue;
       dir += entry.name;
       Visit(level + 1, separate);
     }
@@ -111,7 +121,8 @@ struct Model {
 };
 
 void Grow(const Tree& tree, const std::string& dir, int level, std::mt19937& random) {
-  const char* const names[] = {"a", "b", "ab", "B c", "d.x", "E.txt", "f.TXT", "gz", "abab"};
+  const char* const names[] = {"a",     "b",  "ab",   "B c", "d.x", "E.txt",
+                               "f.TXT", "gz", "abab", ".h",  "..x"};
   for (const char* name : names) {
     if (random() % 3 == 0) continue;
     std::string path = dir.empty() ? name : dir + "/" + name;
@@ -160,6 +171,13 @@ TEST(List, AgreesWithAModelOverRandomTreesAndFlags) {
   EXPECT_EQ(quern::ErrCurrent, nullptr);
 }
 
+TEST(List, TheLastComponentOfAPath) {
+  for (const char* path : {"a\\b", "a/b", "a:b", "a/", "\\/"})
+    EXPECT_EQ(quern::LastComponent(path), 2u);
+  EXPECT_EQ(quern::LastComponent("ab"), 0u);
+  EXPECT_EQ(quern::LastComponent(""), 0u);
+}
+
 TEST(List, RootsAndPatternsAreTakenApart) {
   Tree tree;
   for (const char* file : {"one/a.txt", "one/b.c", "two/a.txt", "my dir/c.txt"}) tree.File(file);
@@ -177,6 +195,15 @@ TEST(List, RootsAndPatternsAreTakenApart) {
   EXPECT_EQ(List(nullptr, (one + kSep + "*.c").c_str(), 0), (Names{all[1]}));
   EXPECT_EQ(List(one.c_str(), " *.c ;\t\"a*\"", 0), (Names{all[1], all[0]}));
   EXPECT_EQ(List(one.c_str(), "", 0), (Names{all[0], all[1]}));  // no pattern: all
+  // A quoted pattern loses its last byte, whatever that is.
+  const std::pair<const char*, Names> quoted[] = {{"\"*\"", {all[0], all[1]}},
+                                                  {"\"b.c\"", {all[1]}},
+                                                  {"\"b.cx", {all[1]}},
+                                                  {"\"b", {}},
+                                                  {"\"\"", {}},
+                                                  {"\"", {}}};
+  for (const auto& [pattern, names] : quoted)
+    EXPECT_EQ(List(one.c_str(), pattern, 0), names) << pattern;
   // A file as a root is a pattern with what follows it: only the last of a list is found.
   EXPECT_EQ(List(all[0] + ";" + all[1], 0), (Names{all[1]}));
   // A pattern with a directory part finds there, and stays there for the next one.
@@ -185,6 +212,7 @@ TEST(List, RootsAndPatternsAreTakenApart) {
   fs::current_path(tree.root() / "one");
   EXPECT_EQ(List("*.c", 0), (Names{Tree::Native(fs::current_path() / "b.c")}));
   EXPECT_EQ(List("*.c", FL_AS_FOUND), (Names{"b.c"}));
+  EXPECT_EQ(List("\"q\"", FL_AS_FOUND), Names{});
   EXPECT_EQ(List("", "a*", FL_AS_FOUND), (Names{"a.txt"}));
   fs::current_path(tree.root().parent_path());
 }
@@ -205,6 +233,30 @@ TEST(List, EnvironmentReferences) {
             (Names{one + kSep + "b.c"}));
   EXPECT_EQ(List(nullptr, "%TVX_ONE%\\*.tmp", 0), (Names{both[0]}));
   EXPECT_EQ(List(nullptr, "%TVX_BOTH%\\*.tmp", 0), both);  // the pattern serves every root
+  EXPECT_EQ(List(nullptr, (std::string("%TVX_ONE%") + kSep + "*.tmp").c_str(), 0),
+            (Names{both[0]}));
+  EXPECT_EQ(List(nullptr, "%TVX_ONE%*.tmp", 0), (Names{both[0]}));
+  // A second reference stays as it stands in the pattern, which finds nothing.
+  EXPECT_EQ(List(nullptr, "%TVX_ONE%\\%TVX_PATTERN%", 0), Names{});
+  EXPECT_EQ(List(nullptr, "%TVX_PATTERN%%TVX_LONG_AND_UNSET%", 0), Names{});
+  // A pattern of the caller's own is taken behind its reference; not where it has become shorter.
+  quern::FileListWork work;
+  std::string pattern = "%TVX_BOTH%\\*.tmp";
+  EXPECT_EQ(quern::FileListRoot(&work, nullptr, pattern.c_str()), &work);
+  EXPECT_EQ(work.dir + std::string(work.pattern), one + "*.tmp");
+  EXPECT_EQ(quern::FileListRoot(&work, nullptr, pattern.c_str()), &work);
+  EXPECT_EQ(work.dir + std::string(work.pattern), two + "\\*.tmp");
+  EXPECT_EQ(quern::FileListRoot(&work, nullptr, pattern.c_str()), nullptr);
+  EXPECT_EQ(quern::FileListRoot(&work, nullptr, pattern.c_str()), &work);
+  EXPECT_EQ(quern::FileListRoot(&work, nullptr, "*.c"), &work);
+  EXPECT_EQ(work.dir + std::string(work.pattern), two + "\\*.c");
+  quern::FileListRoot(nullptr, nullptr, nullptr);
+#ifndef _WIN32  // where a variable may be empty
+  SetEnvironmentVariableA("TVX_EMPTY", "");
+  fs::current_path(two);
+  EXPECT_EQ(List(nullptr, "%TVX_EMPTY%*.tmp", FL_AS_FOUND), (Names{"c.tmp"}));
+  fs::current_path(tree.root().parent_path());
+#endif
   EXPECT_EQ(List("%TVX_UNSET%", 0), Names{});
   EXPECT_EQ(List("%TVX_UNSET%;%TVX_ONE%", "*.c", 0), (Names{one + kSep + "b.c"}));
 }
@@ -258,6 +310,119 @@ TEST(List, CallsInTheMiddleOfAnEnumeration) {
   EXPECT_EQ(List(roots, 0), (Names{a, b, c}));
 }
 
+// Names that are collected in one text, with a name that does not fit passed over.
+TEST(List, CollectsNamesBehindEachOther) {
+  Tree tree;
+  for (const char* file : {"l/a", "l/b", "l/d"}) tree.File(file);
+#ifndef _WIN32
+  tree.File("l/" + std::string(250, 'c'));
+#endif
+  std::string roots = tree.Path("l"), all = tree.Path("l/a");
+  EXPECT_EQ(quern::FileList(roots.c_str(), nullptr, 0), all);
+  for (const char* name : {"l/b", "l/d"}) {
+    quern::CurrentFinder->pszSep = " | ";
+    all += " | " + tree.Path(name);
+    EXPECT_EQ(quern::FileList(roots.c_str(), nullptr, 0), all);
+  }
+  EXPECT_EQ(quern::FileList(roots.c_str(), nullptr, 0), nullptr);
+  EXPECT_EQ(quern::CurrentFinder->pszSep, nullptr);
+  // No memory ends it.
+  quern::FileList(roots.c_str(), nullptr, 0);
+  std::string wide(1000, '-');
+  quern::CurrentFinder->pszSep = wide.c_str();
+  quern::ErrRaise("test", 1, 1);  // the stack is there
+  quern::ErrClear();
+  {
+    AllocationFault fault(1, 9);
+    EXPECT_EQ(quern::FileList(roots.c_str(), nullptr, 0), nullptr);
+  }
+  EXPECT_EQ(ClearedTrail(), "02.02");  // of the buffer
+  // The name that was returned last may be the next list.
+  const char* name = quern::FileList(tree.Path().c_str(), "l", FL_DIRS | FL_FIRST);
+  ASSERT_EQ(name, roots);
+  EXPECT_EQ(quern::FileList(name, "*", 0), tree.Path("l/a"));
+  EXPECT_EQ(quern::FileList(name, "*", 0), tree.Path("l/b"));
+}
+
+// What changes while an enumeration runs: its flags, its depth, and a pattern that cannot be one.
+TEST(List, RulesThatChangeUnderWay) {
+  Tree tree;
+  for (const char* file : {"r/a/1", "r/a/b/2", "r/a/c/3", "r/d/4", "s/5", "rd/6"}) tree.File(file);
+  std::string roots = tree.Path("r") + kSep + "*;" + tree.Path("s");
+  auto start = [&](const char* until) {
+    Names names;
+    XFileList(nullptr, nullptr, nullptr, 0);
+    char name[262];
+    while (names.empty() || names.back() != tree.Path(until)) {
+      if (!XFileList(name, roots.c_str(), nullptr, FL_RECURSE | FL_AS_FOUND)) break;
+      names.push_back(name);
+    }
+  };
+  auto rest = [&](uint32_t flags) {
+    std::string names;
+    char name[262];
+    while (XFileList(name, roots.c_str(), nullptr, flags | FL_AS_FOUND))
+      names += fs::path(name).filename().string();
+    return names;
+  };
+  start("r/a/b/2");
+  EXPECT_EQ(rest(FL_RECURSE), "345");
+  start("r/a/b/2");
+  EXPECT_EQ(rest(0), "5");  // the next root
+  // A depth that was passed already: out of the folder and its parent, with what else is there. The
+  // next name of the walk comes without a separator, and does name a folder here.
+  start("r/a/b/2");
+  quern::CurrentFinder->nMaxDepth = 2;
+  EXPECT_EQ(rest(FL_RECURSE), "65");
+  std::string patterns = "*;" + std::string(256, 'p');
+  char name[262];
+  EXPECT_EQ(XFileList(name, tree.Path("s").c_str(), patterns.c_str(), 0), 1);
+  EXPECT_EQ(XFileList(name, tree.Path("s").c_str(), patterns.c_str(), 0), 0);
+  EXPECT_EQ(ClearedTrail(), "02");
+  EXPECT_EQ(List(tree.Path("s"), 0), (Names{tree.Path("s/5")}));
+}
+
+// The walk itself, step by step.
+TEST(List, StepsOfTheWalk) {
+  using quern::FileFindStep;
+  Tree tree;
+  for (const char* file : {"a/1", "b/2.x", "3"}) tree.File(file);
+  char dir[quern::kDirRoom];
+  strcpy(dir, tree.Path().c_str());
+  const quern::FindEntry* entry;
+  auto step = [&](const char* pattern) {
+    uint32_t state = FileFindStep(dir, pattern, &entry);
+    return std::to_string(state) + (entry ? " " + std::string(entry->name) : "") + " " +
+           (strlen(dir) < tree.Path().size() ? "-" : dir + tree.Path().size());
+  };
+  std::string sep(1, kSep);
+  EXPECT_EQ(FileFindStep(nullptr, nullptr, nullptr), quern::FIND_RESET);
+  EXPECT_EQ(step("3"), "2 " + tree.Path("3") + " " + sep);
+  EXPECT_EQ(entry->attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+  EXPECT_EQ(step("3"), "4 " + sep);
+  EXPECT_EQ(FileFindStep(dir, nullptr, &entry), quern::FIND_NEXT_PATTERN);
+  EXPECT_EQ(step("a"), "1 " + tree.Path("a") + " " + sep);
+  EXPECT_NE(entry->attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+  EXPECT_EQ(step("a"), "4 " + sep);
+  EXPECT_EQ(step("*"), "5 a " + sep + "a");
+  EXPECT_EQ(step("q"), "4 " + sep + "a" + sep);
+  EXPECT_EQ(step("q"), "6 " + sep);
+  EXPECT_EQ(step("*"), "5 b " + sep + "b");
+  EXPECT_NE(entry->attributes & FILE_ATTRIBUTE_DIRECTORY, 0u);
+  EXPECT_EQ(step("*.x"), "2 " + tree.Path("b/2.x") + " " + sep + "b" + sep);
+  EXPECT_EQ(FileFindStep(dir, "*", nullptr), quern::FIND_UP);
+  EXPECT_EQ(dir, tree.Path("b"));  // its separator goes alone
+  EXPECT_EQ(step("*"), "6 " + sep);
+  EXPECT_EQ(step("*"), "8 " + sep);  // above the root
+  // A reset in the middle closes the searches: the walk begins anew.
+  for (int round = 0; round < 3; ++round) {
+    FileFindStep(nullptr, nullptr, nullptr);
+    strcpy(dir, tree.Path().c_str());
+    EXPECT_EQ(step("b"), "1 " + tree.Path("b") + " " + sep);
+  }
+  FileFindStep(nullptr, nullptr, nullptr);
+}
+
 TEST(List, TheWalkEndsAtDepth32) {
   Tree tree;
   std::string dir;
@@ -270,6 +435,7 @@ TEST(List, TheWalkEndsAtDepth32) {
   tree.File("e/g");
   tree.File("d/e/g");
   EXPECT_EQ(List(tree.Path() + kSep + "f*", FL_RECURSE), names);
+  EXPECT_EQ(quern::CurrentFinder->nMaxDepth, 32);
   // Nothing behind the deep directory is searched, but the next root is.
   names.push_back(tree.Path("e/g"));
   EXPECT_EQ(List(tree.Path() + kSep + "f*;" + tree.Path("e"), FL_RECURSE | FL_AS_FOUND), names);
@@ -307,7 +473,41 @@ TEST(List, NamesAtTheLimits) {
   tree.File("n/z/" + longest + "/below");
   tree.File("n/zz/after");
   EXPECT_EQ(List(tree.Path("n") + kSep + "*", FL_RECURSE), (Names{tree.Path("n/zz/after")}));
+  // Directories whose text is as long as its room, or a byte or two shorter, and patterns there.
+  for (size_t length : {257, 258, 259, 260}) {
+    Tree other;
+    std::string full = other.Path("d/");
+    full += std::string(length - full.size(), 'e');
+    other.File("d/" + full.substr(other.Path("d/").size()) + "/f");
+    other.File("d/z/g");
+    Names found = {other.Path("d/z/g")};
+    if (length == 257) found.insert(found.begin(), full + "/f");
+    EXPECT_EQ(List(other.Path("d") + kSep + "?", FL_RECURSE), found) << length;
+    EXPECT_EQ(List(full.c_str(), "*", FL_DIRS | FL_AS_FOUND).size(), length == 257 ? 2u : 0u);
+    EXPECT_EQ(ClearedTrail(), length < 260 ? "" : "02");
+  }
+  // A file as a root has room for a pattern, quoted or not.
+  for (const std::string& file : names) {
+    size_t size = file.size();
+    EXPECT_EQ(List(file, 0), size < 255 ? Names{file} : Names{}) << size;
+    EXPECT_EQ(ClearedTrail(), size < 255 ? "" : "02") << size;
+    EXPECT_EQ(List('"' + file + '"', 0), size < 256 ? Names{file} : Names{}) << size;
+    EXPECT_EQ(ClearedTrail(), size < 256 ? "" : "02") << size;
+  }
 #endif
+  // What is no file splits into a directory and a pattern; so much for the pattern.
+  quern::FileListWork work;
+  for (size_t length : {255, 256, 259, 260}) {
+    std::string none(length, 'q');
+    quern::FileListWork* fits = length < 256 ? &work : nullptr;
+    EXPECT_EQ(quern::FileListRoot(&work, none.c_str(), nullptr), fits) << length;
+    quern::FileListRoot(nullptr, nullptr, nullptr);
+    EXPECT_EQ(quern::FileListRoot(&work, "x", none.c_str()), fits) << length;
+    quern::FileListRoot(nullptr, nullptr, nullptr);
+    EXPECT_EQ(ClearedTrail(), fits ? "" : "02.02");
+  }
+  EXPECT_EQ(work.pattern, std::string(255, 'q'));
+  EXPECT_EQ(quern::FileListPattern(&work, nullptr), nullptr);
   std::string text(300, 'r');
   for (const char* argument : {text.c_str(), (text.resize(260), text.c_str())}) {
     EXPECT_EQ(List(argument, 0), Names{});
@@ -380,6 +580,7 @@ TEST(List, EveryAllocationMayFail) {
 }
 
 TEST(List, FinderFailures) {
+  quern::FileListWork work;
   uint32_t foreign[sizeof(quern::FileFinder) / 4] = {1};
   EXPECT_EQ(quern::FileFinderSelect(foreign), nullptr);
   EXPECT_EQ(ClearedTrail(), "1000.04");
@@ -403,6 +604,114 @@ TEST(List, FinderFailures) {
   EXPECT_EQ(quern::FileListDrives(here.c_str(), ~bit), 0u);
   EXPECT_EQ(quern::FileFinderClass(0), 0u);
   EXPECT_EQ(own.header.tag, 0u);
+  EXPECT_EQ(quern::FileFinderClass(0), 0u);
+  EXPECT_EQ(quern::FileListPattern(&work, "x"), nullptr);  // no finder
+  EXPECT_EQ(quern::FileListPattern(nullptr, nullptr), nullptr);
+  EXPECT_EQ(quern::FileListDrives("x", 0xFFFFFFFF), 0u);
+  // A result that is there already will do.
+  quern::FileFinderSelect(&own);
+  EXPECT_EQ(quern::FileListDrives("x", 0xFFFFFFFF), 0u);
+  quern::MemBufFree(&own.bufResult);
+  own.bufResult.nAlign = 1;
+  quern::MemBufSet(&own.bufResult, "kept", 4);
+  {
+    AllocationFault fault(1, 9);
+    quern::FileFinderSelect(&own);
+  }
+  EXPECT_EQ(ClearedTrail(), "02");  // of the buffer
+  EXPECT_EQ(quern::CurrentFinder, &own);
+  EXPECT_EQ(quern::FileFinderClass(quern::kCollectRequest), 0u);
+  EXPECT_EQ(quern::CurrentFinder, nullptr);
 }
+
+#ifndef _WIN32
+
+TEST(List, KindsOfDrives) {
+  using Statfs = struct statfs64;
+  quern::FileFinderSelect(nullptr);
+  quern::CurrentFinder->pDrives = quern::MemSplitInit(nullptr, "", 0, "", 0);
+  Tree tree;
+  uint32_t kind = 0;
+  char removable = '0';
+  tavrix_test::StandIn<int(const char*, Statfs*)> system("statfs64",
+                                                         [&](const char*, Statfs* facts) {
+                                                           facts->f_type = kind;
+                                                           return kind ? 0 : -1;
+                                                         });
+  tavrix_test::StandIn<int(const char*, int, unsigned)> disk(
+      "open", [](const char*, int flags, unsigned) { return open("/dev/zero", flags); });
+  tavrix_test::StandIn<ssize_t(int, void*, size_t)> flag("read", [&](int, void* to, size_t) {
+    memcpy(to, &removable, 1);
+    return 1;
+  });
+  auto drive = [](const std::string& roots, uint32_t mask = ~0u) {
+    quern::FileListDrives(nullptr, 0);
+    uint32_t first = quern::FileListDrives(roots.c_str(), mask);
+    EXPECT_EQ(quern::FileListDrives(roots.c_str(), mask), first);  // asking again changes nothing
+    return first;
+  };
+  const struct {
+    uint32_t kind, bit;
+    char removable;
+  } rows[] = {{0, 0x80000000, '0'},      {0xEF53, 0x40000000, '1'}, {0xEF53, 0x20000000, '0'},
+              {0x6969, 0x10000000, '0'}, {0x9660, 0x08000000, '0'}, {0x01021994, 0x04000000, '0'}};
+  for (const auto& row : rows) {
+    kind = row.kind;
+    removable = row.removable;
+    EXPECT_EQ(drive(tree.Path()), row.bit);
+    EXPECT_EQ(drive(tree.Path(), ~row.bit), 0u);
+    EXPECT_EQ(drive(tree.Path("none")), 0u);
+    EXPECT_EQ(quern::FileListDrives(nullptr, ~0u), 0u);
+    EXPECT_EQ(quern::FileListDrives(tree.Path().c_str(), row.bit), row.bit);
+  }
+  // The list of its own begins with A:, and stays there.
+  std::string asked;
+  auto* builtIn = reinterpret_cast<const char*>(~uintptr_t{0});
+  using Look = int(int, const char*, int, unsigned, struct statx*);
+  tavrix_test::StandIn<Look> look("statx",
+                                  [&](int, const char* name, int, unsigned, struct statx* facts) {
+                                    asked += name;
+                                    facts->stx_mode = S_IFDIR;
+                                    return 0;
+                                  });
+  quern::FileListDrives(nullptr, 0);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(quern::FileListDrives(builtIn, ~0u), 0x04000000u);
+  EXPECT_EQ(asked, "A:/A:/A:/");
+}
+
+// Every call may fail: what is listed is a part, and nothing lasts.
+TEST(List, EveryCallMayFail) {
+  {  // no way down from the root, and none up
+    tavrix_test::CallFault fault("open", EACCES);
+    char dir[quern::kDirRoom] = "/";
+    const quern::FindEntry* entry;
+    EXPECT_EQ(quern::FileFindStep(dir, "*", &entry), quern::FIND_END_PATTERN);
+    EXPECT_EQ(quern::FileFindStep(dir, "*", &entry), quern::FIND_UP);
+    EXPECT_STREQ(dir, "");
+    EXPECT_EQ(quern::FileFindStep(dir, "*", &entry), quern::FIND_DONE);
+    quern::FileFindStep(nullptr, nullptr, nullptr);
+  }
+  Tree tree;
+  for (const char* file : {"a/1.t", "a/b/2.t", "c/3.t"}) tree.File(file);
+  std::string roots = tree.Path() + "/*.t;" + tree.Path("c");
+  Names wanted = List(roots, FL_RECURSE);
+  ASSERT_EQ(wanted.size(), 4u);
+  for (int64_t number = 1;; ++number) {
+    Names names;
+    bool hit;
+    {
+      tavrix_test::CallFault fault(number);
+      names = List(roots, FL_RECURSE);
+      hit = fault.Hit();
+    }
+    EXPECT_TRUE(std::includes(wanted.begin(), wanted.end(), names.begin(), names.end())) << number;
+    EXPECT_EQ(quern::ErrCurrent, nullptr);
+    ASSERT_EQ(List(roots, FL_RECURSE), wanted) << number;
+    if (!hit) break;
+    ASSERT_LT(number, 100);
+  }
+}
+
+#endif
 
 }  // namespace

@@ -5,10 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "platform/win32.h"
 #include "quern/cerr.h"
+#include "tests/support/alloc.h"
+#include "tests/support/call.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"
 
@@ -46,6 +49,7 @@ TEST(Walk, OneLevelOfFiles) {
   char path[300];
   strcpy(path, tree.Path().c_str());
   EXPECT_EQ(FileWalk(path, "*", nullptr), 0);
+  EXPECT_EQ(FileWalkB(path, "*", nullptr), 0);
   EXPECT_EQ(FileWalk(nullptr, "*", Note), -1);
   EXPECT_EQ(FileWalkB(nullptr, "*", Note), -1);
   tavrix_test::ClearedTrail();
@@ -63,6 +67,35 @@ TEST(Walk, APassForEveryLevelAndCountersThatStay) {
             "5 5 2:b.txt 6 5 1:f 6 5 5 2:c.txt 6 6 6 ");
   // A second walk begins at the level that the first one has left.
   EXPECT_EQ(Walked(tree, "*.txt"), "5 5 6 5 5 2:c.txt 6 6 6 ");
+}
+
+// The other walk lists the matches in every pass. It ends when the last folder has gone.
+TEST(Walk, TheOtherWalkEndsWithItsFolders) {
+  static Tree tree;
+  static int passes;
+  tree.File("a.txt");
+  tree.File("d/b.txt");
+  tree.File("d/e/c.txt");
+  char path[300];
+  strcpy(path, tree.Path().c_str());
+  seen.clear();
+  EXPECT_EQ(FileWalkB(path, "*.txt",
+                      [](uint32_t code, const WIN32_FIND_DATAA* entry) {
+                        Note(code, entry);
+                        bool top = code == WALK_DIRECTORY && strcmp(entry->cFileName, "d") == 0;
+                        if (top && ++passes == 3) tree.Remove("d");
+                        return 0u;
+                      }),
+            0);
+  EXPECT_EQ(path, tree.Path());
+  // The inner walk goes one level deeper at its second pass, and begins there the next time.
+  EXPECT_EQ(seen,
+            "5 2:a.txt 1:d 5 2:b.txt 1:e 6 5 5 2:c.txt 6 6 6 "
+            "5 2:a.txt 1:d 5 5 2:c.txt 6 6 6 "
+            "5 2:a.txt 1:d 5 6 6 "
+            "5 2:a.txt 6 ");
+  // Each has counters of its own, which stay.
+  EXPECT_EQ(Walked(tree, "*.txt", FileWalkB), "5 2:a.txt 6 ");
 }
 
 TEST(Walk, ReadOnlyDirectoriesAreEntries) {
@@ -84,15 +117,60 @@ TEST(Walk, CalledDeeperThanItsLevelIsAFailure) {
   static char inner[300];
   strcpy(inner, tree.Path().c_str());
   static int32_t result;
-  char path[300];
-  strcpy(path, inner);
-  FileWalk(path, "*", [](uint32_t code, const WIN32_FIND_DATAA*) {
-    if (code == WALK_FILE) result = FileWalk(inner, "*", Note);
-    return 0u;
-  });
-  EXPECT_EQ(result, -2);
-  EXPECT_EQ(tavrix_test::ClearedTrail(), "02");
+  static int32_t (*walk)(char*, const char*, WalkCallback);
+  for (auto each : {FileWalk, FileWalkB}) {
+    walk = each;
+    result = 0;
+    char path[300];
+    strcpy(path, inner);
+    walk(path, "*", [](uint32_t code, const WIN32_FIND_DATAA*) {
+      if (code == WALK_FILE) result = walk(inner, "*", Note);
+      return 0u;
+    });
+    EXPECT_EQ(result, -2);
+  }
+  EXPECT_EQ(tavrix_test::ClearedTrail(), "02.02");
 }
+
+#ifndef _WIN32
+
+// What cannot be searched yields nothing.
+TEST(Walk, EveryCallAndAllocationMayFail) {
+  Tree tree;
+  tree.File("a.txt");
+  tree.File("b.txt");
+  for (bool call : {false, true}) {
+    for (int64_t number = 1;; ++number) {
+      char path[300];
+      strcpy(path, tree.Path().c_str());
+      seen.clear();
+      seen.reserve(1000);
+      int64_t blocks = tavrix_test::LiveBlocks();
+      bool hit;
+      {
+        std::optional<tavrix_test::CallFault> calls;
+        std::optional<tavrix_test::AllocationFault> allocations;
+        call ? void(calls.emplace(number)) : void(allocations.emplace(number));
+        EXPECT_EQ(FileWalk(path, "*", Note), 0);
+        EXPECT_EQ(FileWalkB(path, "*", Note), 0);
+        hit = call ? calls->Hit() : allocations->Hit();
+      }
+      EXPECT_EQ(path, tree.Path());
+      EXPECT_EQ(ErrCurrent, nullptr);
+      EXPECT_LE(tavrix_test::LiveBlocks(), blocks + 2);  // the handles and one folder may be kept
+      std::string whole = "5 2:a.txt 2:b.txt 6 5 2:a.txt 2:b.txt 6 ";
+      EXPECT_EQ(seen.substr(0, 2), "5 ");
+      EXPECT_TRUE(seen.ends_with("6 ")) << seen;
+      if (!hit) {
+        EXPECT_EQ(seen, whole);
+        break;
+      }
+      ASSERT_LT(number, 100);
+    }
+  }
+}
+
+#endif
 
 }  // namespace
 }  // namespace quern

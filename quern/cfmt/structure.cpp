@@ -25,6 +25,9 @@ constexpr struct {
 } kTypes[] = {{FIELD_UNSIGNED, "u"}, {FIELD_INT, "int"},     {FIELD_LONG, "long"},
               {FIELD_CHAR, "char"},  {FIELD_SHORT, "short"}, {FIELD_POINTER, "*"}};
 
+constexpr uint32_t kTyped =
+    FIELD_UNSIGNED | FIELD_INT | FIELD_LONG | FIELD_CHAR | FIELD_SHORT | FIELD_POINTER;
+
 // A text that grows; what no memory is left for is missing from it.
 struct Text {
   Text() = default;
@@ -191,8 +194,12 @@ uint32_t FmtStructWithin(const FieldDesc* table, const void* data, uint32_t widt
   uint32_t column = 0;
   for (const FieldDesc* row = table; row->pszName;) {
     const uint32_t flags = row->fFlags;
-    Text line;
     layout.Begin(flags);
+    if (!(flags & kTyped)) {
+      ++row;
+      continue;
+    }
+    Text line;
     if (flags & (FIELD_MEMBER | FIELD_OVERLAY)) {
       char position[16];
       snprintf(position, sizeof position, "%d    ", static_cast<int32_t>(layout.position));
@@ -202,10 +209,6 @@ uint32_t FmtStructWithin(const FieldDesc* table, const void* data, uint32_t widt
     line.PadTo(kTypeColumn);
     for (const auto& type : kTypes)
       if (flags & type.flag) line.Add(type.word);
-    if (line.Length() == kTypeColumn) {
-      ++row;
-      continue;
-    }
     line.PadTo(kNameColumn);
     line.Add(row->pszName);
     line.PadTo(kValueColumn);

@@ -94,8 +94,8 @@ int32_t __wrap__ZN5quern12ErrRaiseTextEPKcijS1_(const char* module, int32_t line
 int32_t __real__ZN5quern12ErrRaiseTextEPKcijjz(const char* module, int32_t line, uint32_t code,
                                                uint32_t message, ...);
 
-int32_t __wrap__ZN5quern12ErrRaiseTextEPKcijjz(const char* module, int32_t line, uint32_t code,
-                                               uint32_t message, ...) {
+__attribute__((no_sanitize_address)) int32_t __wrap__ZN5quern12ErrRaiseTextEPKcijjz(
+    const char* module, int32_t line, uint32_t code, uint32_t message, ...) {
   Note(module, line, code);
   uintptr_t word[4];
   va_list arguments;
