@@ -68,6 +68,7 @@ bench:
 
 coverage:
 	$(call build,coverage,coverage)
+	@find build/coverage -name '*.gcda' -delete
 	@ctest --preset coverage
 	@scripts/coverage
 

@@ -204,10 +204,15 @@ TEST(Report, TextsOfMessagesAndTables) {
   ErrThrow(0);
   ErrCurrent->nPending = 0;
   EXPECT_STREQ(ErrFormat(Address("%s-%d"), "a", 7), "a-7");
+#ifndef _WIN32
+  EXPECT_STREQ(ErrFormat(Address("%lc"), 0x7FFFFFFF), "%lc");  // the runtime refuses it
+#endif
   EXPECT_EQ(std::string(ErrFormat(Address("%510s"), "")).size(), 510u);
 }
 
 TEST(Report, TheFailureOfAnIllegalOpenMode) {
+  char none[] = "none";
+  EXPECT_EQ(ErrGetText(none, 0), 0);
   EXPECT_EQ(Composed(), "untouched");
   EXPECT_EQ(ErrReport(nullptr, ERR_REPORT_FULL), 0);
   EXPECT_EQ(ErrCurrent, nullptr);
@@ -286,6 +291,12 @@ TEST(Report, EveryAllocationMayFail) {
     EXPECT_EQ(tavrix_test::LiveBlocks(), before) << number;
     ASSERT_LT(number, 30);
   }
+  MemBufFree(&ErrCurrent->bufText);
+  AllocationFault fault(1, 1);
+  ErrPush(1);
+  ErrPushText(0, 1000);  // no text can be made of the address
+  EXPECT_STREQ(reinterpret_cast<char*>(ErrCurrent->entries[ErrCurrent->nCount - 1].value),
+               "Reference by illegal pointer 0x%08X");
 }
 
 using ReportDeathTest = testing::Test;
@@ -302,6 +313,12 @@ TEST(ReportDeathTest, OverflowOfATextIsPrinted) {
   constexpr int kMinusOne = 255;
 #endif
   EXPECT_EXIT(overflow(), testing::ExitedWithCode(kMinusOne), "<" + std::string(508, ' ') + "end>");
+  auto without = [&] {
+    ErrPush(1);
+    tavrix_test::AllocationFault fault(1);  // of the text
+    ErrFormat(Address("<%511s>"), "end");
+  };
+  EXPECT_EXIT(without(), testing::ExitedWithCode(kMinusOne), "");
 }
 
 #ifdef _WIN32
