@@ -313,10 +313,10 @@ TEST(ErrorsDeathTest, FailuresWhileTheProcessEndsEndItAtOnce) {
   EXPECT_EXIT(end(), testing::ExitedWithCode(4), "hook ");
   auto later = [] {
     atexit([] { fputs("orderly", stderr); });
-    ClsExit();  // by hand, before the end
+    if (ClsExit() != 0) fputs("dis", stderr);  // by hand, before the end
     ErrExit(-5);
   };
-  EXPECT_EXIT(later(), testing::ExitedWithCode(5), "orderly");
+  EXPECT_EXIT(later(), testing::ExitedWithCode(5), "^orderly");
 }
 
 }  // namespace

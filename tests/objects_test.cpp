@@ -91,6 +91,10 @@ TEST(Objects, ListsKeepAttachOrderAndAreCollectedNewestFirst) {
   EXPECT_EQ(released, (std::vector<std::string>{"8:3", "8:2"}));
   EXPECT_EQ(ClassLists[8], nullptr);
   EXPECT_EQ(Traced([] { ClsGarbage(ClassTag("FILE")); }), "");
+  Make("FILE", 8, 4);
+  EXPECT_EQ(Traced([] { ClsGarbage(ClassTag("FILE")); }),
+            "CLS garbage: removed 1 instances of class 'FILE'\n");
+  released.pop_back();
 }
 
 TEST(Objects, EverythingIsCollectedFromTheHighestClassDown) {

@@ -28,11 +28,14 @@ void ExpectSameTime(const char* zone) {
   char expected[64];
   SYSTEMTIME time;
   time_t before;
+  auto now = [] {  // the function time lags behind the clock
+    return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  };
   do {
-    before = ::time(nullptr);
+    before = now();
     GetLocalTime(&time);
     strftime(expected, sizeof expected, "%w %Y-%m-%d %H:%M:%S", localtime(&before));
-  } while (::time(nullptr) != before);
+  } while (now() != before);
   EXPECT_EQ(Text(time), expected) << zone;
 }
 

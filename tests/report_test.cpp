@@ -329,7 +329,7 @@ TEST(ConsoleReport, GoesToStandardError) {
   HANDLE errors, writer;
   ASSERT_TRUE(CreatePipe(&errors, &writer, nullptr, 0));
   SetStdHandle(STD_ERROR_HANDLE, writer);
-  ErrRaiseText("cfile", 63, 0, "older");
+  ErrRaiseText("test", 63, 0, "older");
   ErrRaiseText("cfile", 187, 19, 24);
   char text[256];
   DWORD length = 0;
@@ -385,17 +385,17 @@ TEST(Report, MessageFlagsActOnTheNextRaise) {
 
 TEST(Report, WrapsAtTheWidthOfTheConsole) {
   auto report = [] {
-    ErrRaiseText("cfile", 63, 0, "older");
-    ErrRaiseText("cfile", 187, 19, 29);
+    ErrRaiseText("test", 63, 0, "older");
+    ErrRaiseText("test", 187, 19, 29);
   };
-  std::string header = "Error 19 (CFILE187):", text = "Illegal file-open-mode specified";
+  std::string header = "Error 19 (TEST187):", text = "Illegal file-open-mode specified";
   int fits = static_cast<int>(header.size() + 1 + text.size());
   std::string rest = "\n   older\n";
   EXPECT_EQ(OnTerminal(fits, report).errors, header + " " + text + rest);
   EXPECT_EQ(OnTerminal(fits - 1, report).errors, header + "\n   " + text + rest);
   auto system = [] {
     SetLastError(ERROR_ACCESS_DENIED);
-    ErrRaise("cfile", 187, ERR_SYSTEM | 19);
+    ErrRaise("test", 187, ERR_SYSTEM | 19);
   };
   fits = static_cast<int>((header + " Access is denied (05)").size());
   EXPECT_EQ(OnTerminal(fits, system).errors, header + " Access is denied (05)\n");

@@ -30,8 +30,8 @@ TEST(Trace, StreamsGetStampedLines) {
               Trace(1, "dropped");
               Trace(-1, "below %d", 5);
               TraceLevel = 5;
-              Trace(4, "four");
-              Trace(6, "dropped");
+              EXPECT_EQ(Trace(4, "four"), 0);
+              EXPECT_EQ(Trace(6, "dropped"), 0);
               TraceLevel = INT32_MIN | 4;
               Trace(1000, "all");
             }),
