@@ -82,6 +82,7 @@ valgrind: linux
 
 MUTANTS ?= 100
 mutate: linux
+	@scripts/setup mutate
 	@scripts/mutate --count $(MUTANTS)
 
 docs:

@@ -372,6 +372,9 @@ TEST(Tool, ShowsHeadersOfPrograms) {
     ExpectTruncatedRefused(tree, bytes, bytes.size());
   }
   std::string bytes = ProgramImage(false);
+  bytes[96] = 9;  // an unknown kind of optional header
+  EXPECT_EQ(Header(tree, bytes).code, 1);
+  bytes = ProgramImage(false);
   EXPECT_EQ(Header(tree, bytes.replace(60, 4, "\xF0\xFF\xFF\xFF")).code, 1);
   EXPECT_EQ(Header(tree, bytes.replace(60, 4, std::string("\x44\0\0\0", 4))).code, 1);
 }
