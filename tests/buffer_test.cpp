@@ -128,6 +128,7 @@ TEST(Buffer, FirstAllocationIsZeroAndStaleSizesDoNotMatter) {
   ASSERT_EQ(added, buf.pData);
   EXPECT_EQ(std::string(added, 14), std::string(14, '\0'));
   char* taken = MemBufTake(&buf);
+  EXPECT_EQ(buf.nSize, 0u);
   EXPECT_EQ(taken, added);
   EXPECT_EQ(buf.nAlloc, 16u);  // stale, and not trusted
   EXPECT_EQ(MemBufTake(&buf), nullptr);

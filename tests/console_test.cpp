@@ -105,7 +105,7 @@ TEST(Console, CommandsMoveTheCursor) {
     EXPECT_EQ(Get(CSL_COLUMN | kCslNoObject), (Pair{11, 77}));
     uintptr_t screen = 0;
     Do(CSL_POSITION, 3, 9);
-    CslGet(CSL_SCREEN, &screen, nullptr);
+    EXPECT_EQ(CslGet(CSL_SCREEN, &screen, nullptr), 0);
     EXPECT_EQ(reinterpret_cast<CONSOLE_SCREEN_BUFFER_INFO*>(screen)->dwCursorPosition.Y, 8);
     EXPECT_EQ(CslSet(110, 0, 0), -1);
     EXPECT_EQ(CslSet(501, 0, 0), -1);
@@ -133,7 +133,7 @@ TEST(Console, CursorShapeIsSetAndPutBack) {
     CslSet(CSL_VISIBLE, 0, 0);
     EXPECT_EQ(Get(CSL_VISIBLE).a, 1);
     CslSet(CSL_HIDDEN, 0, 0);
-    CslClass(0);
+    EXPECT_EQ(CslClass(0), 0u);
     EXPECT_EQ(CslCurrent, nullptr);
     EXPECT_EQ(Get(CSL_SIZE | kCslNoObject).a, found);
     EXPECT_EQ(Get(CSL_HIDDEN | kCslNoObject).a, 0);
@@ -278,9 +278,10 @@ TEST(Console, NoMemoryAndNoHandle) {
   EXPECT_EQ(ErrLine, 173);
   EXPECT_EQ(CslSet(CSL_POSITION, 1, 1), -1);
   EXPECT_EQ(CslCurrent, nullptr);
+  EXPECT_EQ(CslMarkRun(0x1E, 1), 0);
   EXPECT_EQ(CslGet(CSL_POSITION, nullptr, nullptr), -1);
   EXPECT_EQ(ErrLine, 177);
-  EXPECT_EQ(ClearedTrail(), "01.01.01.01");
+  EXPECT_EQ(ClearedTrail(), "01.01.01.01.01.01");
 #endif
 }
 

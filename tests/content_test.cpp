@@ -525,6 +525,9 @@ TEST(Content, AppendedTextsAgreeWithAModel) {
 }
 
 TEST(Content, EditsThatAreRefused) {
+  char none[] = "no file";
+  EXPECT_EQ(FileReplace(none, 0, "x", 1), 0);
+  EXPECT_EQ(ClearedTrail(), "01");
   Tree tree;
   tree.File("f", "0123456789");
   FileObject* file = Open(tree, "f", FO_MAPPED | 2);

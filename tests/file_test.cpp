@@ -99,6 +99,7 @@ TEST(File, EveryAccessValueOpensAsItShould) {
           EXPECT_EQ(file->nOpenSize, size);
           EXPECT_EQ(file->hFile != nullptr, mapped);
           EXPECT_EQ(file->pStream != nullptr, !mapped);
+          EXPECT_EQ(file->nStreamAux, 0u);
           EXPECT_EQ(file->nMaxSize, file->fFlags & (FO_WRITE | FO_KEEP_NAME) ? 200'000'000u : 0u);
           if (mapped && size != 0) {
             EXPECT_EQ(Data(), "12345");

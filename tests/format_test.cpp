@@ -183,7 +183,9 @@ TEST(Format, DumpsAgreeWithPrintedOnes) {
           if (flags & (DUMP_OFFSET | DUMP_FILEOFFSET)) {
             n = sprintf(line, "0x%08X: ", at + kBase);
           } else if (flags & DUMP_ADDRESS) {
-            n = sprintf(line, "0x%08" PRIXPTR ": ", address);
+            int digits = 8;  // of whole bytes
+            while (digits < 16 && uint64_t{address} >> 4 * digits != 0) digits += 2;
+            n = sprintf(line, "0x%0*" PRIXPTR ": ", digits, address);
           }
           std::string part = bytes.substr(at, std::min<size_t>(length - at, width));
           sprintf(line + n, "%-48s %s\n", Hex(part, 2).c_str(), Hex(part, FMT_CHARS).c_str());

@@ -230,7 +230,7 @@ TEST(Report, TheFailureOfAnIllegalOpenMode) {
 TEST(Report, WithoutAConsoleIsKeptInTheBufferAndCut) {
   std::string longText(300, 'y');
   ErrRaiseText(kModule, 5, 3, longText.c_str());
-  ErrReport(nullptr, ERR_REPORT_FULL);
+  EXPECT_EQ(ErrReport(nullptr, ERR_REPORT_FULL), 0);
   EXPECT_EQ(ReportBuffer, "Error 03 (TEST5): " + longText.substr(0, 255 - 18));
   EXPECT_EQ(ErrCurrent->nCount, 0u);
 }
@@ -307,12 +307,18 @@ TEST(ReportDeathTest, OverflowOfATextIsPrinted) {
     ErrPush(1);
     ErrFormat(Address("<%511s>"), "end");
   };
+  auto least = [] {
+    ErrPush(1);
+    ErrFormat(Address("%511s"), "");
+    exit(0);
+  };
 #ifdef _WIN32
   constexpr int kMinusOne = -1;
 #else
   constexpr int kMinusOne = 255;
 #endif
   EXPECT_EXIT(overflow(), testing::ExitedWithCode(kMinusOne), "<" + std::string(508, ' ') + "end>");
+  EXPECT_EXIT(least(), testing::ExitedWithCode(kMinusOne), "");
   auto without = [&] {
     ErrPush(1);
     tavrix_test::AllocationFault fault(1);  // of the text

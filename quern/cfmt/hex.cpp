@@ -43,7 +43,7 @@ char* WriteByte(char* out, uint8_t byte) {
   return out + 2;
 }
 
-// At least eight digits.
+// Whole bytes, four of them at least.
 char* WriteNumber(char* out, uintptr_t value) {
   int bytes = 4;
   if constexpr (sizeof value > 4) {
