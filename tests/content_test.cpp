@@ -1,8 +1,6 @@
 // Mapped files that grow in place, and edits of their contents and of streams, against plain
 // models.
 
-#include "quern/cfile/content.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,6 +14,7 @@
 
 #include "platform/win32.h"
 #include "quern/cerr.h"
+#include "quern/cfile.h"
 #include "quern/cfile/map.h"
 #include "quern/cfile/open.h"
 #include "quern/cobj.h"
@@ -788,7 +787,15 @@ TEST(Content, EveryCallAndAllocationMayFail) {
         if (file && file->nSize == old.size()) {
           FileReplace(file->pView + old.size(), 0, more.data(), 100'000);
           FileAppendf("end");
-          if (file->pView) FileReplace(file->pView + file->nSize - 2, 1, "N", 1);
+          auto last = [&] { return file->pView ? file->pView + file->nSize - 2 : nullptr; };
+          if (last()) FileReplace(last(), 1, "N", 1);
+          if (last()) FileVPrintf(last(), 1, "%s", "N");
+          if (last()) FileObjReplace(file, last(), 1, "N", 1);
+          if (last()) FileObjVPrintf(file, last(), 1, "%.0f", 7.0);
+          FileObjAppendf(file, "%s", "");
+          FileObjResize(file, 0);
+          FileNameRefresh();
+          FileListDrives(nullptr, 0xFFFFFFFF);
         }
         revert ? FileRevert() : static_cast<int32_t>(FileClass(0));
         ErrClear();
