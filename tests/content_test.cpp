@@ -526,6 +526,7 @@ TEST(Content, AppendedTextsAgreeWithAModel) {
 TEST(Content, EditsThatAreRefused) {
   char none[] = "no file";
   EXPECT_EQ(FileReplace(none, 0, "x", 1), 0);
+  EXPECT_EQ(ErrLine, 800);
   EXPECT_EQ(ClearedTrail(), "01");
   Tree tree;
   tree.File("f", "0123456789");
