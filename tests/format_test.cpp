@@ -312,6 +312,10 @@ TEST(Format, NamesWrapAtTheWidth) {
   std::string line = "\nstruct s:\n    ulong  f                  = 0x0000007f";
   EXPECT_EQ(Struct(table, &all, 0), line + " ONE|TWO|FOUR|EIGHT|SIXTEEN [60]\n");
   EXPECT_EQ(Struct(table, &all, 80), line + " ONE|TWO|FOUR|EIGHT|SIXTEEN [60]\n");
+  // The line, the names without their separators, and a column more.
+  const auto fits = static_cast<uint32_t>(line.size() - strlen("\nstruct s:\n") + 22 + 1);
+  EXPECT_EQ(Struct(table, &all, fits), Struct(table, &all, 0));
+  EXPECT_NE(Struct(table, &all, fits - 1), Struct(table, &all, 0));
   EXPECT_EQ(Struct(table, &all, 60), line + "\n        ONE|TWO|FOUR|EIGHT [60]\n");
   EXPECT_EQ(Struct(table, &all, 24), line + "\n        TWO|FOUR|EIGHT|SIXTEEN [60]\n");
   EXPECT_EQ(Struct(table, &all, 1),
