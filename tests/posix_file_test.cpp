@@ -13,6 +13,7 @@
 
 #include "platform/win32.h"
 #include "tests/support/alloc.h"
+#include "tests/support/call.h"
 #include "tests/support/tree.h"
 
 namespace {
@@ -232,6 +233,12 @@ TEST(PosixFile, TellsWhyItCouldNotOpen) {
   longest += "/" + std::string(258 - longest.size(), 'n');
   EXPECT_EQ(TryOpen(longest, kBoth, CREATE_NEW), 0u);
   EXPECT_EQ(TryOpen(longest + "n", kBoth, CREATE_NEW), ERROR_FILENAME_EXCED_RANGE);
+  // What it made itself is gone again, and nothing else.
+  tavrix_test::CallFault fault("statx", ENOMEM);
+  for (const char* name : {"new", "pipe"})
+    EXPECT_EQ(TryOpen(tree.Path(name), kBoth, OPEN_ALWAYS), ERROR_NOT_ENOUGH_MEMORY);
+  EXPECT_EQ(access(tree.Path("new").c_str(), F_OK), -1);
+  EXPECT_EQ(access(tree.Path("pipe").c_str(), F_OK), 0);
 }
 
 TEST(PosixFile, ObeysWhatOthersShare) {

@@ -153,6 +153,7 @@ int Open(const char* name, const Request& request, struct statx* facts, bool* fo
   DWORD error = number ? ErrorFromErrno(number) : Admit(descriptor, *facts, request, *found);
   if (error == ERROR_SUCCESS) return descriptor;
   close(descriptor);
+  if (!*found) unlink(path.text);  // an open that fails makes no file
   return Fail(error), -1;
 }
 

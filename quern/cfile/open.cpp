@@ -133,10 +133,8 @@ bool BackUp(FileObject* file) {
   }
   free(file->pszBackup);
   file->pszBackup = path;
-  if (!CopyFileA(file->pName->szFull, path, FALSE)) {
+  if (!CopyFileA(file->pName->szFull, path, FALSE))
     ErrRaiseText(kModule, 163, ERR_LIBRARY | 4, kNoBackup);
-    DeleteFileA(path);  // a part of a copy would replace the file in a revert
-  }
   return true;
 }
 

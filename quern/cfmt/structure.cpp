@@ -4,6 +4,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "quern/ccsl/control.h"
 #include "quern/cerr.h"
@@ -25,8 +26,10 @@ constexpr struct {
 } kTypes[] = {{FIELD_UNSIGNED, "u"}, {FIELD_INT, "int"},     {FIELD_LONG, "long"},
               {FIELD_CHAR, "char"},  {FIELD_SHORT, "short"}, {FIELD_POINTER, "*"}};
 
-constexpr uint32_t kTyped =
-    FIELD_UNSIGNED | FIELD_INT | FIELD_LONG | FIELD_CHAR | FIELD_SHORT | FIELD_POINTER;
+bool HasType(uint32_t flags) {
+  return std::any_of(std::begin(kTypes), std::end(kTypes),
+                     [flags](const auto& type) { return flags & type.flag; });
+}
 
 // A text that grows; what no memory is left for is missing from it.
 struct Text {
@@ -195,7 +198,7 @@ uint32_t FmtStructWithin(const FieldDesc* table, const void* data, uint32_t widt
   for (const FieldDesc* row = table; row->pszName;) {
     const uint32_t flags = row->fFlags;
     layout.Begin(flags);
-    if (!(flags & kTyped)) {
+    if (!HasType(flags)) {
       ++row;
       continue;
     }

@@ -102,8 +102,8 @@ void Tell(const char* name, const Hash& hash, const HashNode& entry) {
         static_cast<int32_t>(entry.nData), key ? key : "");
 }
 
-// A free entry for one whose home is `home`: among the probes, else in the pool, which grows by one
-// when it must. Null without a place, or after a raise.
+// A free entry for one whose home is `home`, which is never slot 0: among the probes, else in the
+// pool, which grows by one when it must. Null without a place, or after a raise.
 HashNode* FreePlace(uint32_t home) {
   uint32_t budget = 5;  // entries of the same home that are passed over
   Probe probe;
