@@ -116,6 +116,7 @@ std::string Quoted(std::string text) {
 TEST(Clock, WordsAreQuotedAndCopied) {
   EXPECT_EQ(Quoted(""), "");
   EXPECT_EQ(Quoted("plain"), "plain");
+  EXPECT_EQ(Quoted(std::string("a\0b", 3)).size(), 3u);
   EXPECT_EQ(Quoted("a b"), "\"a b\"");
   EXPECT_EQ(Quoted("a\tb"), "\"a\tb\"");
   EXPECT_EQ(Quoted("\"a b\""), "\"a b\"");

@@ -8,14 +8,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "platform/win32.h"
 #include "quern/ccsl.h"
 #include "quern/cerr.h"
 #include "quern/cobj.h"
 #include "tests/support/alloc.h"
-#include "tests/support/call.h"
 #include "tests/support/trail.h"
 
 namespace quern {
@@ -285,37 +283,6 @@ TEST(Console, NoMemoryAndNoHandle) {
 #endif
 }
 
-// Whichever allocation fails: a failure is a raise, and nothing is left behind.
-TEST(Console, EveryAllocationMayFail) {
-  SetEnvironmentVariableA("prompt", "$p$e[1m");
-  ErrRaise("test", 1, 1);
-  ErrClear();
-  SetEnvironmentVariableA("prompt", "$p$e[0m");
-  const int64_t before = tavrix_test::LiveBlocks();
-  int64_t number = 1;
-  for (bool hit = true; hit; ++number) {
-    tavrix_test::AllocationFault fault(number);
-    uintptr_t text = 0;
-    const int32_t opened = CslSet(CSL_OPEN, 0, 0);
-    const int32_t painted = CslPaint(0x1E, 0, 0, 3, 0, 0, 0);
-    const int32_t asked = CslGet(CSL_PROMPT, &text, nullptr);
-    const char* prompt = CslSetPrompt("\x1B[1m");
-    hit = fault.Hit();
-    if (opened != 0) EXPECT_EQ(opened, -1000) << number;
-    if (painted != 0) EXPECT_EQ(painted, -2) << number;
-    if (opened == 0) EXPECT_EQ(asked, 0) << number;
-    EXPECT_TRUE(hit || prompt) << number;
-    ErrClear();
-    CslClass(0);
-    EXPECT_LE(tavrix_test::LiveBlocks(), before + 2) << number << ": a variable's text";
-  }
-  EXPECT_GT(number, 4);
-#ifndef _WIN32
-  tavrix_test::CallFault fault("atexit", ENOMEM);
-  EXPECT_EQ(CslAtExit([] {}, 1), -1);
-#endif
-}
-
 TEST(Console, ColourPairsAndEscapeTexts) {
   EXPECT_EQ(CslColorPair(0x1F, 0, kColorPair), 0x11);
   EXPECT_EQ(CslColorPair(0x1F, 17, kColorPair), 0x22);
@@ -480,6 +447,7 @@ TEST(Console, TheTerminalIsAsItWasAfterEveryEnd) {
     EXPECT_TRUE(terminal.CursorVisible() && terminal.Wraps()) << code;
     EXPECT_EQ(terminal.CurrentLook(), Look()) << code;
     EXPECT_NE(terminal.Bytes().find("\x1B[?25l"), std::string::npos);
+    EXPECT_NE(terminal.Bytes().find("\x1B[?7l"), std::string::npos);
   };
   expect(0, [] {});
   expect(1, [] {

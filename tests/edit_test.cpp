@@ -11,7 +11,6 @@
 
 #include "quern/cerr.h"
 #include "quern/cobj.h"
-#include "tests/support/alloc.h"
 #include "tests/support/trail.h"
 
 namespace quern {
@@ -198,30 +197,6 @@ TEST(Edit, TheirTrueSizeCounts) {
   EXPECT_EQ(ErrLast, 6);
   EXPECT_STREQ(block, "01234567");
   MemBufFree(&buf);
-}
-
-TEST(Edit, EveryAllocationMayFail) {
-  char block[64] = "0123456789";
-  for (int64_t number = 1;; ++number) {
-    MemClass(0);
-    ErrClear();
-    int64_t before = tavrix_test::LiveBlocks();
-    tavrix_test::AllocationFault fault(number);
-    uint32_t noted = MemReplace(block, 10, block + 2, 1, block, 3, MEM_RECORD);
-    uint32_t delta = MemReplace(block, 20, nullptr, 0, nullptr, 0, MEM_APPLY);
-    if (!fault.Hit()) {
-      EXPECT_EQ(delta, 2u);
-      break;
-    }
-    EXPECT_EQ(delta, 0u);
-    EXPECT_TRUE(noted == 0 || noted == static_cast<uint32_t>(-1000));
-    EXPECT_NE(ErrLast, 0);
-    EXPECT_STREQ(block, "0123456789");
-    MemClass(0);
-    EXPECT_LE(tavrix_test::LiveBlocks(), before + 1);  // the error stack
-    ASSERT_LT(number, 20);
-  }
-  EXPECT_STREQ(block, "010123456789");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -219,25 +218,6 @@ TEST(Errors, TextsBelongToTheirStack) {
   ErrClass(0);
   ErrStackAttach(first);
   EXPECT_EQ(kept, "Failed to open " + longText);
-}
-
-TEST(Errors, EveryAllocationOfARaiseMayFail) {
-  ErrRaiseText(kModule, 1, 1, 31, "warm");
-  ErrClear();
-  MemBufFree(&ErrCurrent->bufText);
-  std::string longText(200, 'x');
-  for (int64_t number = 1;; ++number) {
-    AllocationFault fault(number);
-    ErrRaiseText(kModule, 1, 6, 31, "short");
-    ErrRaiseText(kModule, 1, 7, 31, longText.c_str());
-    EXPECT_EQ(ErrLast, 7);
-    if (!fault.Hit()) break;
-    std::string trail = ClearedTrail();
-    EXPECT_TRUE(trail.ends_with("06") && trail.find("07") != trail.npos) << trail;
-    MemBufFree(&ErrCurrent->bufText);
-    ASSERT_LT(number, 20);
-  }
-  EXPECT_EQ(ClearedTrail(), "07:06");
 }
 
 TEST(Errors, TheMessagesAreThoseOfThePage) {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <random>
@@ -13,8 +12,6 @@
 
 #include "quern/cerr.h"
 #include "quern/cmem/search.h"
-#include "tests/support/alloc.h"
-#include "tests/support/trail.h"
 
 namespace quern {
 namespace {
@@ -154,16 +151,6 @@ TEST(Split, FindsTheFirstTokenThatOccurs) {
   EXPECT_EQ(MemSplitFindIn(march, 4, "Mar", 0, ";", 1, 0), nullptr);
   EXPECT_EQ(MemSplitFind(nullptr, march, 4, 0), nullptr);
   EXPECT_EQ(MemSplitNext(nullptr, 0, 0, SPLIT_NEXT), nullptr);
-}
-
-TEST(Split, RecordsOnTheHeapMayFail) {
-  MemSplit* split = MemSplitInit(nullptr, "a", 1, ";", 1);
-  ASSERT_NE(split, nullptr);
-  EXPECT_EQ(split->pToken, nullptr);
-  free(split);
-  tavrix_test::AllocationFault fault(1);
-  EXPECT_EQ(MemSplitInit(nullptr, "a", 1, ";", 1), nullptr);
-  EXPECT_EQ(tavrix_test::ClearedTrail(), "01");
 }
 
 }  // namespace

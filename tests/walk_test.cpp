@@ -5,13 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <optional>
 #include <string>
 
 #include "platform/win32.h"
 #include "quern/cerr.h"
-#include "tests/support/alloc.h"
-#include "tests/support/call.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"
 
@@ -133,42 +130,6 @@ TEST(Walk, CalledDeeperThanItsLevelIsAFailure) {
 }
 
 #ifndef _WIN32
-
-// What cannot be searched yields nothing.
-TEST(Walk, EveryCallAndAllocationMayFail) {
-  Tree tree;
-  tree.File("a.txt");
-  tree.File("b.txt");
-  for (bool call : {false, true}) {
-    for (int64_t number = 1;; ++number) {
-      char path[300];
-      strcpy(path, tree.Path().c_str());
-      seen.clear();
-      seen.reserve(1000);
-      int64_t blocks = tavrix_test::LiveBlocks();
-      bool hit;
-      {
-        std::optional<tavrix_test::CallFault> calls;
-        std::optional<tavrix_test::AllocationFault> allocations;
-        call ? void(calls.emplace(number)) : void(allocations.emplace(number));
-        EXPECT_EQ(FileWalk(path, "*", Note), 0);
-        EXPECT_EQ(FileWalkB(path, "*", Note), 0);
-        hit = call ? calls->Hit() : allocations->Hit();
-      }
-      EXPECT_EQ(path, tree.Path());
-      EXPECT_EQ(ErrCurrent, nullptr);
-      EXPECT_LE(tavrix_test::LiveBlocks(), blocks + 2);  // the handles and one folder may be kept
-      std::string whole = "5 2:a.txt 2:b.txt 6 5 2:a.txt 2:b.txt 6 ";
-      EXPECT_EQ(seen.substr(0, 2), "5 ");
-      EXPECT_TRUE(seen.ends_with("6 ")) << seen;
-      if (!hit) {
-        EXPECT_EQ(seen, whole);
-        break;
-      }
-      ASSERT_LT(number, 100);
-    }
-  }
-}
 
 #endif
 

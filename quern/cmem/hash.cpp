@@ -330,8 +330,7 @@ const HashNode* MemHashRemove(Hash* hash, HashNode* entry) {
   removed = *entry;
   --hash->nCount;
   MemBuf* pool = hash->pmbLinear;
-  bool inTable = entry >= hash->pHash && entry <= hash->pHash + hash->nHash;
-  if (!inTable && pool && MemBufHolds(pool, entry) && EntryCount(pool) > 0) {
+  if (pool && MemBufHolds(pool, entry) && EntryCount(pool) > 0) {
     pool->nSize -= sizeof(HashNode);
     HashNode* last = Entries(pool) + EntryCount(pool);
     *entry = *last;

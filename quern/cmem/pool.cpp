@@ -29,8 +29,6 @@ bool MakeChunk(MemBuf* buf, uint32_t n) {
 char* AddChunk(MemBuf* buf, const void* src, uint32_t n) {
   const MemBuf former = *buf;
   buf->pData = nullptr;
-  buf->nAlloc = 0;
-  buf->nSize = 0;
   if (!MakeChunk(buf, n)) {
     *buf = former;
     return ErrRaise(kModule, 601, 1), nullptr;
