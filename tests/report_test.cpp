@@ -13,7 +13,6 @@
 #include "quern/cobj.h"
 #include "tests/support/alloc.h"
 #include "tests/support/console.h"
-#include "tests/support/trail.h"
 
 namespace quern {
 namespace {

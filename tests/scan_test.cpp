@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <string>
 
 #include "quern/cscan.h"
 #include "tests/support/scan_trial.h"
