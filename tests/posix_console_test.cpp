@@ -18,16 +18,13 @@
 #include <vector>
 
 #include "platform/win32.h"
-#include "tests/support/alloc.h"
 #include "tests/support/call.h"
 #include "tests/support/terminal.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using tavrix_test::AllocationFault;
 using tavrix_test::CallFault;
-using tavrix_test::LiveBlocks;
 using tavrix_test::Look;
 using tavrix_test::Terminal;
 using Clock = std::chrono::steady_clock;
@@ -271,25 +268,6 @@ TEST(PosixConsole, RecoloursCellsWhereTheTerminalCan) {
     const Look expected[] = {{}, {}, yellow, yellow, yellow, {}, red, red};
     for (int i = 0; i < 8; ++i) EXPECT_EQ(terminal.At(i % 4, i / 4).look, expected[i]) << i;
   }
-}
-
-TEST(PosixConsole, TheAllocationOfCellsMayFail) {
-  Terminal terminal(4, 2);
-  terminal.Run([&terminal] {
-    const Attributes more = {3};
-    EXPECT_EQ(WriteCells({0, 0}, {1, 2}), 2u);
-    terminal.Resize(8, 2);
-    const int64_t blocks = LiveBlocks();
-    {
-      AllocationFault fault(1);
-      EXPECT_EQ(WriteCells({0, 0}, more), 0u);
-      EXPECT_TRUE(fault.Hit());
-    }
-    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(Cells({0, 0}, 3), (Attributes{1, 2, 7}));
-    EXPECT_EQ(WriteCells({7, 0}, more), 1u);
-    EXPECT_EQ(LiveBlocks(), blocks) << "one block, however often it has grown";
-  });
 }
 
 // What fails changes nothing, neither on the terminal nor in what is told of it.

@@ -170,36 +170,6 @@ TEST(PosixMapping, RefusesWhatAFileDoesNotAllow) {
   EXPECT_EQ(tree.Read("file"), "text") << "copies are their own";
 }
 
-TEST(PosixMapping, GrowsAFileAtOneAddress) {
-  Tree tree;
-  tree.File("file", "start");
-  HANDLE file = Open(tree.Path("file"));
-  constexpr DWORD kRoom = 16 * kGranule;
-  char* base = ViewOf(INVALID_HANDLE_VALUE, kReserve, kRoom, FILE_MAP_READ);
-  ASSERT_TRUE(base);
-  EXPECT_TRUE(IsBadReadPtr(base, 1));
-  std::string expected = "start";
-  char* guard = nullptr;
-  for (DWORD size : {5000u, kGranule, 3 * kGranule, 15 * kGranule}) {
-    // Nothing else may take addresses while they are free.
-    DWORD extent = (size + kGranule - 1) / kGranule * kGranule;
-    bool released = UnmapViewOfFile(base) && (!guard || UnmapViewOfFile(guard));
-    guard = ViewOf(INVALID_HANDLE_VALUE, kReserve, kRoom - extent, FILE_MAP_READ, base + extent);
-    char* view = ViewOf(file, PAGE_READWRITE, size, FILE_MAP_WRITE, base);
-    ASSERT_TRUE(released);
-    ASSERT_EQ(guard, base + extent);
-    ASSERT_EQ(view, base);
-    expected.resize(size);
-    EXPECT_EQ(GetFileSize(file, nullptr), size) << "and not whole pages";
-    EXPECT_TRUE(std::string(base, size) == expected) << size;
-    base[size - 1] = expected[size - 1] = 'e';
-    EXPECT_TRUE(IsBadReadPtr(guard, 1));
-    EXPECT_TRUE(tree.Read("file") == expected) << size;
-  }
-  EXPECT_TRUE(ViewOf(file, PAGE_READWRITE, 10, FILE_MAP_WRITE));
-  EXPECT_EQ(GetFileSize(file, nullptr), expected.size()) << "never cut";
-}
-
 TEST(PosixMapping, CutsNoFileBelowWhatIsMapped) {
   Tree tree;
   tree.File("file", std::string(10'000, 'x'));
