@@ -72,6 +72,7 @@ TEST(Clock, WatchTextsAreTheSameOnEveryHome) {
   }
   EXPECT_EQ(sum, 17677342030779123311u);  // worked out apart from this code
   EXPECT_STREQ(WatchText(0, 0), "0.000");
+  EXPECT_STREQ(WatchText(2'000'999, WATCH_NUMBER), "2000.000000.3");
   EXPECT_STREQ(WatchText(3004, 0), "03.004");
   EXPECT_STREQ(WatchText(61500, 0), "01:01.500");
   EXPECT_STREQ(WatchText(3723004, 0), "01:02:03.004");

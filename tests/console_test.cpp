@@ -289,6 +289,7 @@ TEST(Console, ColourPairsAndEscapeTexts) {
   EXPECT_EQ(CslColorPair(0x1F, 17 + 256, kColorPair), 0x22);
   EXPECT_EQ(CslColorPair(0xF0, 1, kColorPair), 0xFC);  // row 16 is row 0
   EXPECT_EQ(CslColorPair(0xF0, 255, kColorPair), 0xEE);
+  EXPECT_EQ(CslColorPair(0x10, 240, kColorPair), CslColorPair(0x00, 1, kColorPair));  // column 16
   EXPECT_EQ(CslColorPair(0x20, -1, kColorPair), 0x23);
   EXPECT_EQ(CslColorPair(0x00, -1, kColorPair), 0);      // in front of the table
   EXPECT_EQ(CslColorPair(0x10, -32, kColorPair), 0xFC);  // row 1, column -1
@@ -414,7 +415,7 @@ TEST(Console, ColoursArriveAtTheTerminal) {
   EXPECT_EQ(terminal.Run([] {
     CslSet(CSL_TEXT_COLOUR, 0x1E, 0);
     printf("a");
-    CslSet(CSL_ANSI_MODE, 1, 0);
+    Do(CSL_ANSI_MODE, 1);
     CslSet(CSL_TEXT_COLOUR, 0x24, 0);
     printf("b");
     CslSet(CSL_COLOUR, 0x31, 0);  // not as a text in either mode

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "platform/win32.h"
@@ -62,6 +63,17 @@ TEST(Find, StepsOfTheWalk) {
     EXPECT_EQ(step("b"), "1 " + tree.Path("b") + " " + sep);
   }
   FileFindStep(nullptr, nullptr, nullptr);
+  // A name alone is a directory in the current one.
+  std::filesystem::current_path(tree.root());
+  strcpy(dir, "a");
+  EXPECT_EQ(FileFindStep(dir, "1", &entry), FIND_FILE);
+  EXPECT_EQ(entry->name, "a" + sep + "1");
+  EXPECT_EQ(FileFindStep(dir, "1", &entry), FIND_END_PATTERN);
+  EXPECT_EQ(FileFindStep(dir, "1", &entry), FIND_UP);
+  EXPECT_STREQ(dir, "");
+  EXPECT_EQ(FileFindStep(dir, "1", &entry), FIND_DONE);
+  FileFindStep(nullptr, nullptr, nullptr);
+  std::filesystem::current_path(tree.root().parent_path());
 }
 
 #ifndef _WIN32

@@ -46,7 +46,7 @@ ScanDef code[] = {
     {nullptr, 0, 0, 0, 0},
 };
 
-void Release() { ScanClass(reinterpret_cast<uintptr_t>(CurrentScanner)); }
+void Release() { EXPECT_EQ(ScanClass(reinterpret_cast<uintptr_t>(CurrentScanner)), 0u); }
 
 // The rest of the text, token by token.
 std::string Texts() {

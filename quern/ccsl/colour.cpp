@@ -41,7 +41,7 @@ int32_t CslColorPair(uint32_t attribute, int32_t shift, uint32_t command) {
   if (row >= 16) row -= 16;
   if (column >= 16) column -= 16;
   int32_t index = row * 16 + column;
-  return index >= 0 && index < 256 ? kPairs[index] : 0;
+  return index >= 0 ? kPairs[index] : 0;
 }
 
 const char* CslAnsi(uint32_t attribute, uint32_t extra) {

@@ -76,9 +76,7 @@ Probe refill;  // of MemHashRemove
 // What is remembered must not outlive the table or pool of a hash.
 void Forget(const Hash& hash) {
   if (addition.Knows(hash)) addition.table = nullptr;
-  if (!search.of.Knows(hash)) return;
-  search.of.table = nullptr;
-  search.underWay = false;
+  if (search.of.Knows(hash)) search.of.table = nullptr;
 }
 
 bool HasTable(const Hash& hash) { return hash.pHash && hash.pHash != kMemHashPending; }
