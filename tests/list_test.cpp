@@ -250,6 +250,7 @@ TEST(List, EnvironmentReferences) {
 #endif
   EXPECT_EQ(List("%TVX_UNSET%", 0), Names{});
   EXPECT_EQ(List("%TVX_UNSET%;%TVX_ONE%", "*.c", 0), (Names{one + kSep + "b.c"}));
+  EXPECT_STREQ(quern::FileListPattern(&work, "\"\""), "");  // quotes around nothing
 }
 
 TEST(List, CallsInTheMiddleOfAnEnumeration) {
@@ -392,6 +393,9 @@ TEST(List, TheWalkEndsAtDepth32) {
   // One level less is left by both ways up at once.
   names.resize(31);
   EXPECT_EQ(List(tree.Path() + kSep + "f*", FL_RECURSE | 31), names);
+  EXPECT_EQ(List(tree.Path() + kSep + "f*", FL_AS_FOUND).size(),
+            1u);  // no depth without FL_RECURSE
+  EXPECT_EQ(quern::CurrentFinder->nMaxDepth, 31);
 }
 
 TEST(List, NamesAtTheLimits) {

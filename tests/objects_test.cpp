@@ -200,6 +200,9 @@ TEST(Objects, InstancesAreKnownByTheirLinks) {
   EXPECT_FALSE(ClsLinked(ClassTag("FILE"), 8, &loose));
   EXPECT_FALSE(ClsAlive(&loose));
   EXPECT_FALSE(ClsAlive(nullptr));
+  ErrRaise("test", 1, 1);
+  EXPECT_TRUE(ClsAlive(ErrCurrent));
+  ErrClear();
   for (uint32_t number : {8u, 16u}) {  // one that is linked nowhere leaves the lists alone
     Thing* variable = &loose;
     loose.header = {ClassTag("FILE"), number, sizeof loose, 0, nullptr, nullptr, nullptr};
