@@ -67,6 +67,7 @@ class PublicFault : public testing::Test {
     tree_.Dir("t" + temporary);
     setenv("TMPDIR", temporary.c_str(), 1);
     setenv("TVX_NAME", name_.c_str(), 1);
+    setenv("TVX_LIST", tree_.Path("list").c_str(), 1);
   }
 
   // Closes and releases everything but the error stack.
@@ -167,7 +168,7 @@ class PublicFault : public testing::Test {
        [this] {
          char name[262];
          int count = 0;
-         while (XFileList(name, tree_.Path("list").c_str(), "*.txt", FL_RECURSE)) ++count;
+         while (XFileList(name, "%TVX_LIST%", "*.txt", FL_RECURSE)) ++count;
          return count == 3;  // the last pattern reports twice in a subdirectory
        }},
       {"FileListDrives", kQuiet,
