@@ -599,5 +599,22 @@ TEST(Hash, EveryAllocationMayFail) {
   EXPECT_NE(std::find(lines, lines + 8, 1562), lines + 8);
 }
 
+TEST(Hash, TextsOfKeysMayFail) {
+  static const char key[20000] = {};
+  Hash hash = {};
+  MemHashInit(&hash, 2, 0, nullptr, nullptr);
+  MemHashAdd(&hash, key, 2, 0);
+  ErrStackAttach(nullptr);
+  FmtHex(key, 8, nullptr, FMT_CHARS);
+  hash.cbfHash = [](const void*, uint32_t) { return 1u; };
+  EXPECT_EQ(Traced([&] {
+              AllocationFault fault(1, 1);
+              MemHashAdd(&hash, key, 20000, 5);
+            }),
+            "MemHashAdd: 02 id=0x00100001 assoc=0x00000005 state=0x00000000 data=20000 \n");
+  ErrClear();
+  MemHashFree(&hash);
+}
+
 }  // namespace
 }  // namespace quern

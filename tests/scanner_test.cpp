@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -443,6 +444,49 @@ TEST(Scanner, FailuresHaveTheirCodes) {
   EXPECT_EQ(Texts(), "text");
   EXPECT_EQ(ClsGarbage(0), 0u);
   EXPECT_EQ(memory[0], 0);
+}
+
+TEST(Scanner, EveryAllocationMayFail) {
+  Tree tree;
+  const std::string text = "if one == 2\n";
+  tree.File("f", text);
+  std::string name = tree.Path("f");
+  ErrRaise("test", 1, 1);
+  ErrClear();
+  auto open = [&](uint32_t mode) {
+    return ScanOpen(name.c_str(), FO_READ | mode, code) != nullptr;
+  };
+  const std::function<bool()> ways[] = {[&] { return open(FO_STREAMED); },
+                                        [&] { return open(FO_STREAM_BUFFER); },
+                                        [&] { return ScanText(text.data(), 12, code) != nullptr; },
+                                        [] { return ScanDefine(code, 0) == 0; }};
+  for (const auto& way : ways) {
+    bool failed = true;
+    for (int64_t number = 1; failed; ++number) {
+      const int64_t before = tavrix_test::LiveBlocks();
+      {
+        tavrix_test::AllocationFault fault(number, 1);
+        if (way()) {
+          EXPECT_TRUE(&way < ways + 2 || !fault.Hit()) << number;
+          while (ScanStatus != kScanEnd && ScanGet(kScanAny)) ScanRun(kName);
+          ScanSetValue("value", 5);
+          ScanAddValue(nullptr, 5000);
+        }
+        failed = fault.Hit();
+      }
+      EXPECT_EQ(ErrCurrent->nCount > 0, failed) << number;
+      ErrClear();
+      if (CurrentScanner) {
+        // Without an index the table is walked.
+        EXPECT_EQ(ScanDefFind(kIf), CurrentScanner->pTable ? code + 2 : nullptr);
+        Release();
+      }
+      if (CurrentFile) FileClass(0);
+      EXPECT_EQ(ClassLists[kScanClass], nullptr);
+      EXPECT_TRUE(&way < ways + 2 || tavrix_test::LiveBlocks() == before) << number;
+    }
+  }
+  ClsGarbage(0);
 }
 
 // Without memory for the word of it the block of a stream is out of reach, and nothing else.
