@@ -238,13 +238,15 @@ inline constexpr DWORD FILE_MAP_READ = 4;
 // of it is reserved (ERROR_DISK_FULL, the file as it was); with the others a shorter file fails
 // (ERROR_NOT_ENOUGH_MEMORY). INVALID_HANDLE_VALUE as the file means memory instead; with
 // SEC_RESERVE a range of addresses that nobody may touch. Null handles fail with
-// ERROR_INVALID_HANDLE. `security`, `sizeHigh` and `name` are not used. Returns null on failure.
+// ERROR_INVALID_HANDLE, a `sizeHigh` other than 0 with ERROR_INVALID_PARAMETER. `security` and
+// `name` are not used. Returns null on failure.
 HANDLE CreateFileMappingA(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection,
                           DWORD sizeHigh, DWORD sizeLow, const char* name);
 
-// Maps all of a mapping (`bytes` 0) at an address that is a multiple of the allocation granularity:
-// at `base`, and there alone (ERROR_INVALID_ADDRESS when it is taken or no such multiple), or
-// anywhere. The offsets are not used. A view outlives the handles of its mapping and its file.
+// Maps all of a mapping (the offsets and `bytes` are 0, else ERROR_INVALID_PARAMETER) at an address
+// that is a multiple of the allocation granularity: at `base`, and there alone
+// (ERROR_INVALID_ADDRESS when it is taken or no such multiple), or anywhere. A view outlives the
+// handles of its mapping and its file.
 void* MapViewOfFileEx(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, size_t bytes,
                       void* base);
 

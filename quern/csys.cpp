@@ -60,8 +60,7 @@ bool TraceHeard(int32_t level) {
 int32_t Trace(int32_t level, const char* format, ...) {
   if (!TraceHeard(level)) return 0;
   if (TraceLevel < 0 && (level & TraceLevel & INT32_MAX)) level = 0;
-  char line[kTraceLine];
-  line[0] = '\0';
+  char line[kTraceLine] = "";
   int prefix = 0;
   if (TraceFile) {
     prefix = snprintf(line, sizeof line, "%s ", TimeStamp(nullptr, STAMP_DATE | STAMP_MILLIS));

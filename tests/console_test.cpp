@@ -4,10 +4,17 @@
 
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <termios.h>
+#include <unistd.h>
+#endif
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/win32.h"
 #include "quern/ccsl.h"
@@ -462,6 +469,49 @@ TEST(Console, TheTerminalIsAsItWasAfterEveryEnd) {
     CslSet(CSL_KEEP, 0, 0);
   });
   EXPECT_EQ(kept.CurrentLook(), (Look{11, 4}));
+}
+
+// A question costs a round trip to the terminal, and 400 ms with one that is mute.
+TEST(Console, AsksForTheCursorOnlyWhereItCounts) {
+  auto questions = [](const std::function<void()>& body) {
+    Terminal terminal(20, 5);
+    EXPECT_EQ(terminal.Run(body), 0);
+    return terminal.Questions();
+  };
+  const int first = questions([] { CslSet(CSL_OPEN, 0, 0); });
+  struct {
+    bool set;
+    int asked;
+    std::vector<uint32_t> commands;
+  } const kRows[] = {
+      {true, 0, {CSL_KEEP, 100, CSL_COLOUR, CSL_FOREGROUND, CSL_BACKGROUND, CSL_COLOURS}},
+      {true, 0, {CSL_TEXT_COLOUR, CSL_TEXT_COLOURS, CSL_ANSI_MODE, 501}},
+      {true, 1, {101, CSL_DOWN, CSL_POSITION, CSL_TEXT_FOREGROUND, 500}},
+      {false, 0, {100, CSL_WINDOW_WIDTH, CSL_BUFFER_SIZE, CSL_TEXT_COLOUR, 501}},
+      {false, 1, {101, CSL_POSITION, CSL_POSITION_WINDOW, CSL_SCREEN}},
+  };
+  for (const auto& row : kRows)
+    for (uint32_t command : row.commands)
+      EXPECT_EQ(questions([&] {
+                  CslSet(CSL_OPEN, 0, 0);
+                  row.set ? CslSet(command, 1, 1) : CslGet(command, nullptr, nullptr);
+                }),
+                first + row.asked)
+          << command;
+}
+
+TEST(Console, TellsWhetherInputIsEchoed) {
+  Terminal terminal(20, 5);
+  EXPECT_EQ(terminal.Run([] {
+    termios modes;
+    EXPECT_EQ(tcgetattr(STDIN_FILENO, &modes), 0);
+    modes.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    EXPECT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &modes), 0);
+    uint32_t echo = 7;
+    EXPECT_EQ(CslInMode(4, &echo), 0);
+    EXPECT_EQ(echo, 0u);
+  }),
+            0);
 }
 
 TEST(Console, ProgressStaysWhereItBegan) {

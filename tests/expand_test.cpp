@@ -59,6 +59,12 @@ TEST(Expand, ReferencesAreReplacedFromTheLeft) {
   EXPECT_EQ(Expand("TVX_NESTED"), (Expanded{"<%TVX_A%>", true}));
   EXPECT_EQ(Expand("TVX_UNSET"), (Expanded{"TVX_UNSET", false}));
   EXPECT_EQ(Expand("100%"), (Expanded{"100%", false}));
+  // 20 bytes are left behind the text, and the signs of what was replaced.
+  for (auto [given, size] : {std::pair("TVX_A", 25u), std::pair("x%TVX_A%y%TVX_B%z", 33u),
+                             std::pair("[%TVX_NESTED%]", 33u), std::pair("%TVX_UNSET%", 31u)}) {
+    CslExpand(given);
+    EXPECT_EQ(CslCurrent->bufExpand.nSize, size) << given;
+  }
   EXPECT_EQ(CslExpand(""), nullptr);
   EXPECT_EQ(CslExpand(nullptr), nullptr);
   EXPECT_EQ(CslExpandTake(), nullptr);

@@ -73,6 +73,11 @@ TEST(Find, StepsOfTheWalk) {
   EXPECT_STREQ(dir, "");
   EXPECT_EQ(FileFindStep(dir, "1", &entry), FIND_DONE);
   FileFindStep(nullptr, nullptr, nullptr);
+  strcpy(dir, "a");
+  EXPECT_EQ(FileFindStep(dir, "1", &entry), FIND_FILE);
+  EXPECT_EQ(FileFindStep(dir, "1", nullptr), FIND_UP);
+  EXPECT_STREQ(dir, "a");
+  FileFindStep(nullptr, nullptr, nullptr);
   std::filesystem::current_path(tree.root().parent_path());
 }
 

@@ -87,6 +87,14 @@ TEST(Format, HexAgreesWithAModel) {
     ASSERT_EQ(std::string(text, wanted.size() + 1), std::string(wanted.c_str(), wanted.size() + 1))
         << flags;
   }
+  // No more room than the text needs, but for its last group.
+  const std::string much(10'000, '=');
+  for (uint32_t flags : {2u, FMT_CHARS, FMT_TEXT | 2u, FMT_TEXT | 4u, FMT_TEXT | FMT_CHARS | 6u}) {
+    FmtClass(0);
+    FmtHex(much.data(), 10'000, nullptr, flags);
+    const MemBuf& text = CurrentFormatter->mbText;
+    EXPECT_LT(text.nAlloc - text.nSize, 128u) << flags;
+  }
   // A text that it has made itself.
   const char* twice = FmtHex("abc", 3, nullptr, 0);
   EXPECT_STREQ(FmtHex(twice, 8, nullptr, 0), "36 31 20 36 32 20 36 33");

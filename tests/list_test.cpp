@@ -387,6 +387,8 @@ TEST(List, TheWalkEndsAtDepth32) {
   tree.File("d/e/g");
   EXPECT_EQ(List(tree.Path() + kSep + "f*", FL_RECURSE), names);
   EXPECT_EQ(quern::CurrentFinder->nMaxDepth, 32);
+  List(tree.Path("e"), FL_AS_FOUND);
+  EXPECT_EQ(quern::CurrentFinder->nMaxDepth, 32) << "another flag is no depth";
   // Nothing behind the deep directory is searched, but the next root is.
   names.push_back(tree.Path("e/g"));
   EXPECT_EQ(List(tree.Path() + kSep + "f*;" + tree.Path("e"), FL_RECURSE | FL_AS_FOUND), names);

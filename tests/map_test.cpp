@@ -145,6 +145,10 @@ TEST(Map, MapsAndUnmaps) {
   file->nMaxSize = 4096;  // less a page leaves nothing to reserve
   EXPECT_EQ(FileMap(5), -2);
   EXPECT_EQ(ClearedTrail(), "02.01");
+  file->nMaxSize = 131'072;
+  EXPECT_EQ(FileMap(66'000), 0);
+  EXPECT_EQ(FileReserve(66'000), 0);  // what was mapped is released
+  EXPECT_EQ(file->nMapped, 0u);
   EXPECT_EQ(Close(), "");
   EXPECT_EQ(tree.Read("f"), "12345");
 }

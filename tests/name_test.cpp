@@ -102,7 +102,9 @@ TEST(Name, NameRecordsAreFilledAndOutliveTheirFlags) {
   EXPECT_EQ(Opened(there, FO_MAPPED | 2 | FO_KEEP_NAME | FO_STAT), "ok");
   // Size and times are those of the current file, whichever is named.
   FileNameRec rec;
+  rec.nSizeHigh = 7;
   EXPECT_EQ(FileStat(there.c_str(), &rec), -3);
+  EXPECT_EQ(rec.nSizeHigh, 0u);
   EXPECT_EQ(FileStat(there.c_str(), nullptr), -1);
   EXPECT_EQ(FileStat(tree.Path("none").c_str(), &rec), -2);
   EXPECT_EQ(ClearedTrail(), "02.01.03");

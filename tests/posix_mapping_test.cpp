@@ -165,6 +165,12 @@ TEST(PosixMapping, RefusesWhatAFileDoesNotAllow) {
   }
   EXPECT_EQ(ViewOf(reader, PAGE_READONLY, 0, 0), nullptr);
   EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  HANDLE mapping = Mapping(reader, PAGE_READONLY);
+  EXPECT_FALSE(CreateFileMappingA(reader, nullptr, PAGE_READONLY, 1, 0, nullptr));
+  EXPECT_FALSE(MapViewOfFileEx(mapping, FILE_MAP_READ, 1, 0, 0, nullptr) ||
+               MapViewOfFileEx(mapping, FILE_MAP_READ, 0, kGranule, 0, nullptr) ||
+               MapViewOfFileEx(mapping, FILE_MAP_READ, 0, 0, 1, nullptr));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(View(nullptr, FILE_MAP_READ), nullptr);
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
   EXPECT_EQ(tree.Read("file"), "text") << "copies are their own";

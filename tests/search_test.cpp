@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <clocale>
 #include <cstring>
+#include <numeric>
 #include <random>
 #include <string>
 
+#include "quern/cmem/search_scan.h"
 #include "tests/support/search_model.h"
 
 namespace quern {
@@ -110,6 +113,81 @@ TEST(SearchTest, FindsMembersOfSetsAsRuled) {
       for (char& c : text)
         if (ModelInSet(c, set, flags) && random() % 50) c = '\x01';
     ASSERT_TRUE(TryFindAny(text, set, flags)) << round;
+  }
+}
+
+// What makes a search quick: where it looks first, and how far it may move on.
+TEST(SearchTest, LooksFirstAtTheRarestBytes) {
+  Random random(8);
+  const CaseInForce folded(true);
+  std::string all(256, 0);
+  std::iota(all.begin(), all.end(), 0);
+  auto spots = [](const std::string& text, const CaseTable* fold) {
+    std::array<size_t, 3> found;
+    bytes::ChooseSpots({reinterpret_cast<const uint8_t*>(text.data()), text.size(), fold},
+                       found.data());
+    return found;
+  };
+  auto chosen = [&](const std::string& text) {
+    std::string letters;
+    for (size_t spot : spots(text, nullptr)) letters += text[spot];
+    return letters;
+  };
+  for (int round = 0; round < 3000; ++round) {
+    std::shuffle(all.begin(), all.end(), random);
+    std::string text = all.substr(0, 4 + Upto(random, 60));
+    const std::string rarest = chosen(text);
+    std::shuffle(text.begin(), text.end(), random);
+    ASSERT_EQ(chosen(text), rarest) << "wherever they stand";
+    ASSERT_EQ(chosen(text + std::string(70 - text.size(), rarest[2]) + rarest), rarest)
+        << "the first of each, in the beginning";
+    text.erase(text.find(rarest[0]), 1);
+    if (text.size() > 3) {
+      ASSERT_EQ(chosen(text).substr(0, 2), rarest.substr(1));
+    }
+    std::string other = text;
+    for (char& c : other)
+      if (random() % 2) c = static_cast<char>(folded.table()->twin[static_cast<uint8_t>(c)]);
+    ASSERT_EQ(spots(other, folded.table()), spots(text, folded.table())) << "either case";
+  }
+  using Spots = std::array<size_t, 3>;
+  EXPECT_EQ(spots("z", nullptr), (Spots{0, 0, 0}));
+  EXPECT_EQ(spots("ez", nullptr), (Spots{0, 1, 1}));
+  EXPECT_EQ(spots("e z", nullptr), (Spots{0, 1, 2}));
+  EXPECT_EQ(spots("zzzzz", nullptr), (Spots{0, 1, 2}));
+  EXPECT_EQ(spots(std::string(64, ' ') + "z", nullptr), (Spots{0, 1, 2})) << "too far behind";
+  EXPECT_EQ(spots(std::string(63, ' ') + "z", nullptr), (Spots{63, 0, 1}));
+}
+
+TEST(SearchTest, CutsPatternsWhereTheirPeriodShows) {
+  Random random(9);
+  const CaseInForce folded(true);
+  for (int round = 0; round < 50000; ++round) {
+    const std::string text = RandomText(random, "aab", 1 + Upto(random, 14));
+    std::string shown = text;
+    if (round % 2)
+      for (char& c : shown) c ^= random() % 2 ? 0x20 : 0;
+    const bytes::Cut cut = bytes::CutPattern({reinterpret_cast<const uint8_t*>(shown.data()),
+                                              shown.size(), round % 2 ? folded.table() : nullptr});
+    const size_t size = text.size();
+    // The shortest step by which the bytes from `first` up to `last` repeat.
+    auto period = [&](size_t first, size_t last) {
+      const std::string part = text.substr(first, last - first);
+      size_t step = 1;
+      while (part.compare(step, std::string::npos, part, 0, part.size() - step) != 0) ++step;
+      return step;
+    };
+    ASSERT_LT(cut.right, size);
+    const size_t whole = period(0, size);
+    size_t local = 1;
+    for (size_t i = 0; i < size; ++i) {
+      // Bytes on both sides of the cut, `local` apart, must be the same.
+      if (i >= cut.right || i + local < cut.right) continue;
+      if (i + local < size && text[i] != text[i + local]) ++local, i = static_cast<size_t>(-1);
+    }
+    ASSERT_EQ(local, whole) << text << ", cut at " << cut.right;
+    ASSERT_EQ(cut.periodic, period(cut.right, size) == whole) << text;
+    ASSERT_EQ(cut.period, cut.periodic ? whole : std::max(cut.right, size - cut.right) + 1) << text;
   }
 }
 

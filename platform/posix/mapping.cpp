@@ -279,12 +279,14 @@ bool IsMappedBeyond(const FileIdentity& identity, uint64_t size) {
 
 }  // namespace posix_layer
 
-HANDLE CreateFileMappingA(HANDLE file, SECURITY_ATTRIBUTES*, DWORD protection, DWORD, DWORD sizeLow,
-                          const char*) {
+HANDLE CreateFileMappingA(HANDLE file, SECURITY_ATTRIBUTES*, DWORD protection, DWORD sizeHigh,
+                          DWORD sizeLow, const char*) {
   using namespace posix_layer;
   bool reserve = protection & SEC_RESERVE;
   protection &= ~SEC_RESERVE;
-  if (protection != PAGE_READONLY && protection != PAGE_READWRITE && protection != PAGE_WRITECOPY) {
+  if ((protection != PAGE_READONLY && protection != PAGE_READWRITE &&
+       protection != PAGE_WRITECOPY) ||
+      sizeHigh != 0) {
     return Fail(ERROR_INVALID_PARAMETER), nullptr;
   }
   // Everything that can fail comes before the file is extended.
@@ -301,8 +303,10 @@ HANDLE CreateFileMappingA(HANDLE file, SECURITY_ATTRIBUTES*, DWORD protection, D
   return OpenHandle(kMapping, mapping);
 }
 
-void* MapViewOfFileEx(HANDLE handle, DWORD access, DWORD, DWORD, size_t, void* base) {
+void* MapViewOfFileEx(HANDLE handle, DWORD access, DWORD offsetHigh, DWORD offsetLow, size_t size,
+                      void* base) {
   using namespace posix_layer;
+  if (offsetHigh || offsetLow || size) return Fail(ERROR_INVALID_PARAMETER), nullptr;
   Mapping* mapping = static_cast<Mapping*>(HandleObject(handle, kMapping));
   Way way;
   if (!mapping || !WayOf(*mapping, access, &way)) return nullptr;

@@ -81,14 +81,16 @@ bool GetLooksAtCursor(uint32_t command) {
   return command <= CSL_POSITION_WINDOW || command == CSL_SCREEN;
 }
 
-// Commands from 8 to 100 are about the cursor's shape, from 101 to 500 about the screen.
-void Look(HANDLE output, uint32_t command, bool atCursor, Seen* seen) {
-  if (command >= 8 && command <= 100) {
-    GetConsoleCursorInfo(output, &seen->cursor);
-  } else if (command >= 101 && command <= 500) {
-    atCursor ? GetConsoleScreenBufferInfo(output, &seen->screen)
-             : GetConsoleGeometry(output, &seen->screen);
-  }
+void LookAtShape(HANDLE output, uint32_t command, Seen* seen) {
+  if (command >= CSL_HIDDEN && command <= CSL_SIZE) GetConsoleCursorInfo(output, &seen->cursor);
+}
+
+// Commands from 101 to 500 are about the screen. False when this is another one.
+bool LookAtScreen(HANDLE output, uint32_t command, bool atCursor, Seen* seen) {
+  if (command < 101 || command > 500) return false;
+  atCursor ? GetConsoleScreenBufferInfo(output, &seen->screen)
+           : GetConsoleGeometry(output, &seen->screen);
+  return true;
 }
 
 // Where a command moves the cursor to.
@@ -177,9 +179,10 @@ int32_t CslSet(uint32_t command, uintptr_t a, uintptr_t b) {
   HANDLE output = console->hOutput;
   CONSOLE_CURSOR_INFO& cursor = seenBySet.cursor;
   CONSOLE_SCREEN_BUFFER_INFO& screen = seenBySet.screen;
+  LookAtShape(output, command, &seenBySet);
   bool atCursor = SetLooksAtCursor(command);
-  Look(output, command, atCursor, &seenBySet);
-  if (command > 100 && command <= 500 && atCursor) ReadCellAtCursor(output, &screen);
+  if (LookAtScreen(output, command, atCursor, &seenBySet) && atCursor)
+    ReadCellAtCursor(output, &screen);
   uint32_t current = screen.wAttributes, saved = console->savedScreen.wAttributes;
   switch (command) {
     case CSL_RESTORE_CURSOR:
@@ -280,7 +283,8 @@ int32_t CslGet(uint32_t command, uintptr_t* out1, uintptr_t* out2) {
     output = CslCurrent->hOutput;
   }
   command &= ~kCslNoObject;
-  Look(output, command, GetLooksAtCursor(command), &seenByGet);
+  LookAtShape(output, command, &seenByGet);
+  LookAtScreen(output, command, GetLooksAtCursor(command), &seenByGet);
   const CONSOLE_SCREEN_BUFFER_INFO& screen = seenByGet.screen;
   const SMALL_RECT& window = screen.srWindow;
   int32_t x = screen.dwCursorPosition.X + 1, y = screen.dwCursorPosition.Y + 1;

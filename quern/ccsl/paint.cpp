@@ -17,12 +17,13 @@ int32_t CslPaint(uint32_t attribute, int32_t x1, int32_t y1, int32_t x2, int32_t
                  uint32_t clear) {
   HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
   CONSOLE_SCREEN_BUFFER_INFO info = {};
-  if (!GetConsoleGeometry(output, &info) || info.dwSize.X <= 0) return 0;
+  GetConsoleGeometry(output, &info);  // without a console there are no cells
   int64_t width = info.dwSize.X, cells = width * info.dwSize.Y;
   int64_t most = cells + width;  // one row more than there is, on purpose
   int64_t start = y1 * width + x1, end = y2 * width + x2;
-  if (start < 0 || start > most) start = 0;
-  if (end < 0 || end > most) end = most;
+  auto outside = [most](int64_t cell) { return cell < 0 || cell > most; };
+  if (outside(start)) start = 0;
+  if (outside(end)) end = most;
   if (end < start) return ErrRaise(kModule, 337, 2);
   end = std::min(end, cells);
   if (start >= end) return 0;

@@ -43,7 +43,7 @@ bool ReadTail(FileObject* file, uint32_t pos, uint32_t length, Tail* tail) {
   uint64_t start = uint64_t{pos} + length;
   if (!Seek(file, start)) return ErrRaise(kModule, 804, 3), false;
   tail->start = static_cast<uint32_t>(start);
-  uint32_t behind = file->nSize > tail->start ? file->nSize - tail->start : 0;
+  uint32_t behind = file->nSize - std::min(file->nSize, tail->start);
   tail->room = std::max(tail->start, behind);
   tail->bytes = static_cast<char*>(calloc(1, std::max(tail->room, 1u)));
   if (!tail->bytes) return ErrRaise(kModule, 806, 4), false;
@@ -71,8 +71,8 @@ void EditView(FileObject* file, uint32_t size, char* pos, uint32_t length, const
     ErrLast = 2;
     return;
   }
-  uint32_t growth = newLength > length ? newLength - length : 0;
-  size = std::min(size, file->nMapped > growth ? file->nMapped - growth : 0);
+  uint32_t growth = newLength - std::min(newLength, length);
+  size = std::min(size, file->nMapped - std::min(file->nMapped, growth));
   MemReplace(file->pView, size, pos, length, newBytes, newLength, 0);
 }
 
@@ -122,7 +122,7 @@ void EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBy
   } else {
     uint32_t start = file->nSize - kept;
     region = file->pView + start;
-    readable = file->nMapped > start ? file->nMapped - start : 0;
+    readable = file->nMapped - std::min(file->nMapped, start);
   }
   if (uint32_t cut = CutOf(file, region, kept, readable)) FileResize(-static_cast<int32_t>(cut));
 }
@@ -135,7 +135,7 @@ uint32_t RoomBehind(const FileObject* file, const char* pos) {
   if ((file->fFlags & (FO_WRITE | FO_READ | FO_STREAMED)) != FO_WRITE) return 0;
   if ((file->fFlags & FO_SEP_MASK) == FO_SEP_SECTION) return 0;
   uint32_t most = std::min(file->nMapped, file->nMaxSize);
-  return most > file->nSize ? most - file->nSize : 0;
+  return most - std::min(most, file->nSize);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ constexpr char kModule[] = "cfile";
 
 template <size_t kSize>
 void Fill(char (&field)[kSize], const char* text, ptrdiff_t length) {
-  if (length < 0 || static_cast<size_t>(length) >= kSize) length = 0;
+  if (static_cast<size_t>(length) >= kSize) length = 0;  // less than 0, or too long
   memcpy(field, text, static_cast<size_t>(length));
   field[length] = '\0';
 }
@@ -57,8 +57,10 @@ int32_t FileSplitPath(const char* name, FileNameRec* rec) {
     if (at == rest) start = at;
   }
   Fill(rec->szName, start, end - start);
-  Fill(rec->szExt, extension ? extension : end, extension ? end - extension : 0);
-  Fill(rec->szBase, start, (extension ? extension - 1 : end) - start);
+  const char* baseEnd = extension ? extension - 1 : end;
+  if (!extension) extension = end;
+  Fill(rec->szExt, extension, end - extension);
+  Fill(rec->szBase, start, baseEnd - start);
   Fill(rec->szRoot, root.text, root.length);
   Fill(rec->szDir, rest, start - 1 - rest);
   return fits ? 0 : ErrRaise(kModule, 604, 2);

@@ -60,12 +60,10 @@ uint32_t GroupBytes(uint32_t digits, uint32_t left) {
 
 // At least as many bytes as the text has.
 uint64_t RoomFor(uint32_t length, uint32_t digits, uint32_t flags) {
-  uint64_t room = uint64_t{length} * (flags & FMT_CHARS ? 1 : 3) + 4;
-  if (flags & FMT_TEXT) {
-    uint32_t step = flags & FMT_CHARS ? 1 : std::max(GroupBytes(digits, length), 1u);
-    room += (uint64_t{length} / step + 1) * (digits + 2);
-  }
-  return room;
+  bool chars = flags & FMT_CHARS;
+  uint32_t step = chars ? 1 : std::max(GroupBytes(digits, length), 1u);
+  uint32_t around = flags & FMT_TEXT ? digits + 2 : chars ? 0 : 1;
+  return uint64_t{length} * (chars ? 1 : 2) + (uint64_t{length} / step + 1) * around;
 }
 
 char* Write(char* out, const uint8_t* in, uint32_t length, uint32_t digits, uint32_t flags) {

@@ -25,7 +25,7 @@ constexpr uint32_t kLastMultiplier = 10;
 // `n` in whole granules, without wrapping.
 inline uint64_t WholeGranules(uint64_t n, uint32_t granule) {
   if (n == 0) n = 1;
-  if (granule <= 1) return n;
+  if (granule == 0) granule = 1;
   if ((granule & (granule - 1)) == 0) return (n + granule - 1) & ~uint64_t{granule - 1};
   uint64_t sum = n + granule - 1;
   if (sum <= UINT32_MAX) return static_cast<uint32_t>(sum) / granule * granule;
