@@ -187,7 +187,7 @@ char* FmtHex(const void* data, uint32_t length, char* output, uint32_t flags) {
     Write(output, bytes, length, digits, flags);
     return output;
   }
-  MemBuf copy = {1, 0, 0, nullptr};  // of a text that this function has made
+  MemBuf copy = {};  // of a text that this function has made
   if (MemBufHolds(text, data)) {
     bytes = reinterpret_cast<const uint8_t*>(MemBufSet(&copy, data, length));
     if (!bytes) return nullptr;

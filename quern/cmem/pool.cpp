@@ -55,7 +55,7 @@ char* Append(MemBuf* buf, const void* src, uint32_t n) {
 }  // namespace
 
 char* MemPoolNew(MemBuf* buf, const void* src, uint32_t n) {
-  MemBuf copy = {1, 0, 0, nullptr};  // of a piece of the buffer's own
+  MemBuf copy = {};  // of a piece of the buffer's own
   bool own = buf && src && MemBufHolds(buf, src);
   if (own) src = MemBufSet(&copy, src, n);
   bool made = (!own || src) && MakeChunk(buf, n);
@@ -82,10 +82,9 @@ char* MemPoolAdd(MemBuf* buf, const void* src, uint32_t n) {
   }
   // Zeros behind as many headers as there are bytes, if they are still in the chunk.
   uint64_t zeros = static_cast<uint64_t>(piece - buf->pData) + uint64_t{n} * kHeader;
-  if (zeros + kMemTerminator <= buf->nAlloc) {
-    memset(buf->pData + zeros, 0, kMemTerminator);
-  } else if (zeros < buf->nAlloc) {
-    memset(buf->pData + zeros, 0, buf->nAlloc - zeros);
+  if (zeros < buf->nAlloc) {
+    uint64_t room = buf->nAlloc - zeros;
+    memset(buf->pData + zeros, 0, std::min<uint64_t>(room, kMemTerminator));
   }
   ChunkOf(buf)->nUsed += n;
   return piece;

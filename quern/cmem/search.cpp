@@ -226,7 +226,7 @@ uint32_t MemReplaceAll(void* block, uint32_t length, const void* pattern, uint32
     at += hit - at;
     std::memmove(at + replacementLength, at + patternLength, remaining - patternLength);
     if (replacement && replacementLength != 0) std::memmove(at, replacement, replacementLength);
-    if (replacementLength > patternLength) end += replacementLength - patternLength;
+    end += replacementLength - std::min(replacementLength, patternLength);
     at += replacementLength;
     // One more than is left, and what was just put in again, on purpose: the scan runs on over
     // bytes that the move left behind.
