@@ -46,6 +46,7 @@ TEST(Expand, ReferencesAreReplacedFromTheLeft) {
   EXPECT_EQ(Expand("x%TVX_A%y%TVX_B%z"), (Expanded{"xalphaybz", true}));
   EXPECT_EQ(Expand("%TVX_B%%TVX_B%%TVX_A%"), (Expanded{"bbalpha", true}));
   EXPECT_EQ(Expand("[%TVX_NESTED%]"), (Expanded{"[<alpha>]", true}));
+  EXPECT_EQ(Expand("%TVX_A%TVX_B"), (Expanded{"alphaTVX_B", true}));   // no bare name any more
   EXPECT_EQ(Expand("%%TVX_HALF%"), (Expanded{"%%TVX_HALF%", false}));  // "%%" names nothing
   SetEnvironmentVariableA("%TVX_B", "no name of a reference");
   EXPECT_EQ(Expand("%%TVX_B%"), (Expanded{"%%TVX_B%", false}));

@@ -216,7 +216,7 @@ TEST(Format, DumpsAgreeWithPrintedOnes) {
   }
   FmtLineBytes = 16;
   EXPECT_EQ(Printed([] { FmtDump("x", 0x80000000, 0, 0); }), "");
-  EXPECT_EQ(Printed([] { FmtDump(nullptr, 5, 0, 0); }), "");
+  EXPECT_EQ(Printed([] { EXPECT_EQ(FmtDump(nullptr, 5, 0, 0), 0); }), "");
   EXPECT_EQ(FmtDump(nullptr, 0, 0, 0), 0);
   EXPECT_EQ(ClearedTrail(), "01");
 }

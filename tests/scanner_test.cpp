@@ -461,6 +461,9 @@ TEST(Scanner, ReadsNothingThatIsNotMapped) {
   scanner = ScanOpen(name.c_str(), FO_STREAM_BUFFER | 2, code);
   file = scanner->pFile;
   const uint32_t size = scanner->mbSource.nSize;
+  ++scanner->pPosition;
+  EXPECT_EQ(ScanRewind(), 0);
+  EXPECT_EQ(scanner->pPosition, scanner->mbSource.pData);
   for (uint32_t now : {size + 5, 3u}) {
     file->nSize = now;
     FileResizedHook(file);
