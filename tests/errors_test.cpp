@@ -188,7 +188,11 @@ TEST(Errors, StacksAreAttachedAndReplaced) {
   EXPECT_EQ(ErrClass(kCollectRequest), 0u);
   EXPECT_EQ(ErrCurrent, nullptr);
   uint32_t foreign[sizeof(ErrorStack) / 4] = {1234};
+  EXPECT_EQ(ErrStackAttach(foreign), nullptr);
+  EXPECT_EQ(ErrLine, 56);
+  ErrClear();
   EXPECT_EQ(ErrSetTable(foreign, table), nullptr);
+  EXPECT_EQ(ErrLine, 73);
   EXPECT_EQ(ClearedTrail(), "01.1000.04");
 }
 
@@ -199,7 +203,9 @@ TEST(Errors, TextsStayWhereTheyAre) {
   int64_t before = tavrix_test::LiveBlocks();
   for (int i = 0; i < 100; ++i) texts.push_back(ErrText(31, std::to_string(i).c_str()));
   for (int i = 0; i < 100; ++i) EXPECT_EQ(texts[i], "Failed to open " + std::to_string(i));
+  EXPECT_EQ(ErrCurrent->bufText.nAlign, 128u);
   ErrClear();
+  EXPECT_EQ(ErrCurrent->bufText.nSize, 0u);
   EXPECT_LE(tavrix_test::LiveBlocks(), before + 1);  // the buffer is kept, what it outgrew is not
   const char* plain = "no conversions";
   EXPECT_EQ(ErrFormat(reinterpret_cast<uintptr_t>(plain)), plain);
