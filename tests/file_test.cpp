@@ -375,6 +375,7 @@ TEST(File, RevertingCutsBackAndPutsTheBackupBack) {
   // The backup's path names no folder here, so there is none.
   FileObject* file = FileOpen(nullptr, there.c_str(), FO_MAPPED | 2 | FO_BACKUP);
   ASSERT_NE(file, nullptr);
+  EXPECT_EQ(ErrLine, 163);
   EXPECT_EQ(ErrCurrent->nCount, 0u);  // reported
   ASSERT_NE(file->pszBackup, nullptr);
   std::string folder(MAX_PATH, 0);
@@ -406,6 +407,7 @@ TEST(File, BackupsAreMadeWhereTheyCanBe) {
   tree.Dir("t/" + folder.substr(1));
   setenv("TMPDIR", folder.c_str(), 1);
   FileObject* file = FileOpen(nullptr, there.c_str(), FO_MAPPED | 2 | FO_BACKUP);
+  EXPECT_EQ(ErrLine, 0);
   std::string backup = file->pszBackup;
   EXPECT_TRUE(backup.starts_with(folder + "/" + folder + "/")) << backup;
   file->pView[0] = '!';
