@@ -193,7 +193,7 @@ TEST(Buffer, SpliceOutsideIsQuiet) {
 char* Forward(MemBuf* buf, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  char* text = MemBufPrintf(buf, kMemArgList, format, &arguments);
+  char* text = MemBufPrintf(buf, kMemArgList, format, arguments);
   va_end(arguments);
   return text;
 }

@@ -211,13 +211,8 @@ char* MemBufPrintf(MemBuf* buf, const char* format, ...) {
   if (!buf) return nullptr;
   va_list arguments;
   va_start(arguments, format);
-  char* text;
-  if (format == kMemArgList) {
-    format = va_arg(arguments, const char*);
-    text = Format(buf, format, *va_arg(arguments, va_list*));
-  } else {
-    text = Format(buf, format, arguments);
-  }
+  FormatCall call = ResolveFormat(format, arguments);
+  char* text = Format(buf, call.format, call.arguments);
   va_end(arguments);
   return text;
 }

@@ -54,8 +54,8 @@ char* MemBufSplice(MemBuf* buf, const char* pos, uint32_t del, const void* src, 
 // Replaces the contents by a formatted text and returns it. The text may have up to 10 granules of
 // bytes; a longer one raises 1 and gives null. A text as long as the capacity has no terminator
 // within nAlloc, and the four zero bytes do not follow formatted contents. When `format` is
-// kMemArgList, the arguments are a format and a pointer to a va_list. No argument may lie in the
-// record's own block.
+// kMemArgList, the arguments are a format and a va_list: MemBufPrintf(buf, kMemArgList, format,
+// list). No argument may lie in the record's own block.
 char* MemBufPrintf(MemBuf* buf, const char* format, ...);
 inline const char* const kMemArgList = reinterpret_cast<const char*>(~uintptr_t{0});
 

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "quern/cmem/buffer.h"
+
 namespace quern {
 namespace {
 
@@ -76,6 +78,12 @@ bool WritePlain(Writer* writer, const char* format, va_list arguments) {
 }
 
 }  // namespace
+
+FormatCall ResolveFormat(const char* format, va_list arguments) {
+  if (format != kMemArgList) return {format, arguments};
+  format = va_arg(arguments, const char*);
+  return {format, va_arg(arguments, PassedList)};
+}
 
 int FormatText(char* text, size_t room, const char* format, va_list arguments) {
   Writer writer(text, room);
