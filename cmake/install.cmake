@@ -11,7 +11,8 @@ install(FILES exports/tavrix32.h DESTINATION ${headers})
 install(FILES platform/openfilename.h platform/win32.h DESTINATION ${headers}/platform)
 install(DIRECTORY quern DESTINATION ${headers} FILES_MATCHING PATTERN "*.h"
   # Rooms behind the rooms.
-  PATTERN "search_*.h" EXCLUDE PATTERN "texts.h" EXCLUDE PATTERN "form.h" EXCLUDE)
+  PATTERN "search_*.h" EXCLUDE PATTERN "texts.h" EXCLUDE PATTERN "form.h" EXCLUDE
+  PATTERN "backup.h" EXCLUDE)
 
 install(TARGETS Tavrix32 quern EXPORT TavrixTargets)
 install(TARGETS tavrix)

@@ -24,8 +24,12 @@
 #include <windows.h>
 //
 #include <commdlg.h>
+#include <fcntl.h>
+#include <io.h>
 #include <malloc.h>  // _msize
 #include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
 
 #else
 
@@ -204,6 +208,11 @@ struct FILETIME {  // 100 ns units since 1601-01-01 UTC
 // write.
 BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access, FILETIME* write);
 
+// Sets the times of the last access and the last write; neither may be null. A creation time cannot
+// be set and must be null.
+BOOL SetFileTime(HANDLE file, const FILETIME* creation, const FILETIME* access,
+                 const FILETIME* write);
+
 // The folder for temporary files (TMPDIR or /tmp), absolute, with a separator at its end. As
 // GetFullPathNameA with small buffers.
 DWORD GetTempPathA(DWORD size, char* buffer);
@@ -214,10 +223,6 @@ DWORD GetTempPathA(DWORD size, char* buffer);
 // the name; 0 with ERROR_DIRECTORY when the folder is missing, ERROR_BUFFER_OVERFLOW when the name
 // would be too long.
 UINT GetTempFileNameA(const char* folder, const char* prefix, UINT unique, char* buffer);
-
-// Copies contents, permissions and times. With `failIfExists` false an existing file is replaced in
-// place. A copy that fails on the way is removed where it was made new.
-BOOL CopyFileA(const char* from, const char* to, BOOL failIfExists);
 
 // ERROR_ACCESS_DENIED for a directory, for a file without the right to write it and for one that is
 // mapped here; ERROR_SHARING_VIOLATION for one that is open here.
@@ -290,7 +295,10 @@ struct EXCEPTION_POINTERS {
   void* ContextRecord;
 };
 
-// --- write ---------------------------------------------------------------------------------------
+// --- read and write ------------------------------------------------------------------------------
+
+// Reads from the position of a file of CreateFileA and moves it. At the end `count` is 0.
+BOOL ReadFile(HANDLE file, void* data, DWORD size, DWORD* count, void* overlapped);
 
 // Writes all bytes, however many system calls that takes. FALSE with `written` telling how many
 // went out: ERROR_DISK_FULL, ERROR_BROKEN_PIPE (no signal is raised), ERROR_ACCESS_DENIED for a
@@ -303,6 +311,7 @@ inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x1;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD FILE_ATTRIBUTE_TEMPORARY = 0x100;
 inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400;
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 
@@ -647,12 +656,16 @@ inline HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool /*
 HANDLE FindFirstName(const char* pattern, WIN32_FIND_DATAA* data, bool directories);
 #endif
 
-// Opens a stream of the runtime, for bytes: `mode` is "rb", "r+b", "wb" or "a+b". Null, with the
-// last error set, when the runtime refuses, for a directory, and for a name that is too long. In
-// the POSIX layer also where an open of CreateFileA does not share; later opens do not see the
-// stream.
+// Opens a stream of the runtime, for bytes: `mode` is "rb", "r+b", "wb", "a+b", or "wbx" for a new
+// file. Null, with the last error set, when the runtime refuses, for a directory, and for a name
+// that is too long; ERROR_FILE_EXISTS when a new file is there already. In the POSIX layer also
+// where an open of CreateFileA does not share; later opens do not see the stream.
 #ifdef _WIN32
-inline FILE* OpenStream(const char* name, const char* mode) { return fopen(name, mode); }
+inline FILE* OpenStream(const char* name, const char* mode) {
+  if (strcmp(mode, "wbx") != 0) return fopen(name, mode);
+  int file = _open(name, _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
+  return file < 0 ? nullptr : _fdopen(file, "wb");
+}
 #else
 FILE* OpenStream(const char* name, const char* mode);
 #endif

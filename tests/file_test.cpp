@@ -356,77 +356,7 @@ TEST(File, CompanionsAreSearchedBesideThenHereThenAlongThePath) {
   std::filesystem::current_path(old);
 }
 
-TEST(File, RevertingCutsBackAndPutsTheBackupBack) {
-  Tree tree;
-  tree.File("there", "12345");
-  std::string there = tree.Path("there");
-  EXPECT_EQ(FileRevert(), -1);
-  ErrClear();
-  FileOpen(nullptr, there.c_str(), FO_MAPPED | 2);
-  FileAppendf("678");
-  static uint32_t reverted;
-  FileMappedHook = [](FileObject* file) { reverted = file->nReverted; };
-  EXPECT_EQ(FileRevert(), 0);
-  FileMappedHook = nullptr;
-  EXPECT_EQ(reverted, 1u);
-  EXPECT_EQ(CurrentFile, nullptr);
-  EXPECT_EQ(ClearedTrail(), "03.02");  // the end of a file without a handle
-  EXPECT_EQ(tree.Read("there"), "12345");
-  // The backup's path names no folder here, so there is none.
-  FileObject* file = FileOpen(nullptr, there.c_str(), FO_MAPPED | 2 | FO_BACKUP);
-  ASSERT_NE(file, nullptr);
-  EXPECT_EQ(ErrLine, 163);
-  EXPECT_EQ(ErrCurrent->nCount, 0u);  // reported
-  ASSERT_NE(file->pszBackup, nullptr);
-  std::string folder(MAX_PATH, 0);
-  folder.resize(GetTempPathA(MAX_PATH, folder.data()));
-  EXPECT_EQ(std::string(file->pszBackup).find(folder + folder), 0u) << file->pszBackup;
-  // One made by hand is put back, and used up.
-  std::string temporary = std::string(file->pszBackup).substr(folder.size());
-  EXPECT_TRUE(std::filesystem::remove(temporary));
-  tree.File("copy", "saved");
-  strcpy(file->pszBackup, tree.Path("copy").c_str());
-  file->pView[0] = '!';
-  EXPECT_EQ(FileRevert(), 0);
-  ErrClear();
-  EXPECT_EQ(tree.Read("there"), "saved");
-  EXPECT_FALSE(std::filesystem::exists(tree.Path("copy")));
-  FileOpen(nullptr, there.c_str(), FO_MAPPED | 2 | FO_BACKUP);
-  std::filesystem::remove(std::string(CurrentFile->pszBackup).substr(folder.size()));
-  EXPECT_EQ(FileRevert(), -2);
-  ErrClear();
-}
-
 #ifndef _WIN32
-
-// Where the temporary folder has a full path of its own in it, there are backups.
-TEST(File, BackupsAreMadeWhereTheyCanBe) {
-  Tree tree;
-  tree.File("there", "12345");
-  std::string there = tree.Path("there"), folder = tree.Path("t");
-  tree.Dir("t/" + folder.substr(1));
-  setenv("TMPDIR", folder.c_str(), 1);
-  FileObject* file = FileOpen(nullptr, there.c_str(), FO_MAPPED | 2 | FO_BACKUP);
-  EXPECT_EQ(ErrLine, 0);
-  std::string backup = file->pszBackup;
-  EXPECT_TRUE(backup.starts_with(folder + "/" + folder + "/")) << backup;
-  file->pView[0] = '!';
-  FileAppendf("678");
-  EXPECT_EQ(tree.Read(backup.substr(tree.Path().size() + 1)), "12345");
-  EXPECT_EQ(FileRevert(), 0);
-  EXPECT_EQ(ClearedTrail(), "03.02");
-  EXPECT_EQ(tree.Read("there"), "12345");
-  EXPECT_FALSE(std::filesystem::exists(backup));
-  // A path that is too long for the folder, and a folder that is not there.
-  for (size_t length : {259, 258}) {
-    std::string none = folder + "/";
-    none.resize(length, 'n');
-    setenv("TMPDIR", none.c_str(), 1);
-    file = FileOpen(nullptr, there.c_str(), FO_MAPPED | 2 | FO_BACKUP);
-    EXPECT_EQ(file->pszBackup == nullptr, length == 259);
-    EXPECT_EQ(Close(), "");  // reported
-  }
-}
 
 // Streams that have no end.
 TEST(File, StreamsWithoutASize) {

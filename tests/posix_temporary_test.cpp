@@ -1,4 +1,4 @@
-// Temporary names, copies and removal.
+// Temporary names and removal.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -22,11 +22,6 @@
 namespace {
 
 using tavrix_test::Tree;
-
-DWORD Copy(const std::string& from, const std::string& to, BOOL failIfExists = FALSE) {
-  SetLastError(0);
-  return CopyFileA(from.c_str(), to.c_str(), failIfExists) ? 0 : GetLastError();
-}
 
 DWORD Delete(const std::string& name) { return DeleteFileA(name.c_str()) ? 0 : GetLastError(); }
 
@@ -95,68 +90,6 @@ TEST(PosixTemporary, MakesFilesWithNamesOfTheirOwn) {
     EXPECT_EQ(GetTempFileNameA(std::string(length, 'n').c_str(), "pre", 0xFFFF, name), 0u);
     EXPECT_EQ(GetLastError(), ERROR_BUFFER_OVERFLOW) << length;
   }
-}
-
-TEST(PosixTemporary, CopiesContentsPermissionsAndTimes) {
-  Tree tree;
-  std::string text;
-  for (int i = 0; text.size() < 300'000; ++i) text += std::to_string(i);
-  tree.File("from", text);
-  tree.File("to", text + text);
-  ASSERT_EQ(chmod(tree.Path("from").c_str(), 0640), 0);
-  timespec times[] = {{1'000'000'007, 300}, {1'000'000'000, 123'456'700}};
-  ASSERT_EQ(utimensat(AT_FDCWD, tree.Path("from").c_str(), times, 0), 0);
-  for (const char* to : {"new", "to"}) {
-    EXPECT_EQ(Copy(tree.Path("from"), tree.Path(to)), 0u);
-    EXPECT_EQ(GetLastError(), 0u);
-    EXPECT_TRUE(tree.Read(to) == text) << to;
-    struct stat facts;
-    ASSERT_EQ(stat(tree.Path(to).c_str(), &facts), 0);
-    EXPECT_EQ(facts.st_mode & 07777, 0640u) << to;
-    EXPECT_EQ(facts.st_mtim.tv_sec, times[1].tv_sec) << to;
-    EXPECT_EQ(facts.st_mtim.tv_nsec, times[1].tv_nsec) << to;
-  }
-  // From another file system, and a file that does not know its size.
-  EXPECT_EQ(Copy("/proc/version", tree.Path("version")), 0u);
-  std::ifstream version("/proc/version");
-  EXPECT_EQ(tree.Read("version"), std::string(std::istreambuf_iterator<char>(version), {}));
-  if (std::filesystem::is_directory("/dev/shm") && access("/dev/shm", W_OK) == 0) {
-    char far[MAX_PATH];
-    ASSERT_NE(GetTempFileNameA("/dev/shm", "tvx", 0, far), 0u);
-    EXPECT_EQ(Copy(tree.Path("from"), far), 0u);
-    EXPECT_EQ(Copy(far, tree.Path("back"), TRUE), 0u);
-    EXPECT_TRUE(tree.Read("back") == text);
-    EXPECT_EQ(Delete(far), 0u);
-  }
-}
-
-TEST(PosixTemporary, TellsWhyItCouldNotCopy) {
-  Tree tree;
-  tree.File("from", std::string(300'000, 'x'));
-  tree.File("to", "old");
-  std::filesystem::create_symlink("from", tree.root() / "link");
-  EXPECT_EQ(Copy(tree.Path("none"), tree.Path("to")), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path("no/file")), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path("to"), TRUE), ERROR_FILE_EXISTS);
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path()), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(Copy(tree.Path(), tree.Path("to")), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path("from")), ERROR_SHARING_VIOLATION);
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path("link")), ERROR_SHARING_VIOLATION);
-  EXPECT_EQ(tree.Read("from").size(), 300'000u) << "not copied to itself";
-  HANDLE reader = CreateFileA(tree.Path("to").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                              OPEN_EXISTING, 0, nullptr);
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path("to")), ERROR_SHARING_VIOLATION);
-  CloseHandle(reader);
-  tree.SetReadOnly("to", true);
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path("to")), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(tree.Read("to"), "old");
-  tree.SetReadOnly("to", false);
-  // No signal ends the process at the limit of a file.
-  tavrix_test::Limit limit(RLIMIT_FSIZE, 100'000);
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path("half")), ERROR_DISK_FULL);
-  EXPECT_FALSE(tree.Exists("half"));
-  EXPECT_EQ(Copy(tree.Path("from"), tree.Path("to")), ERROR_DISK_FULL);
-  EXPECT_TRUE(tree.Exists("to"));
 }
 
 TEST(PosixTemporary, DeletesFilesThatNobodyHolds) {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -48,6 +49,7 @@ struct Request {
   DWORD disposition;
   int flags;  // of open: O_RDONLY, O_WRONLY or O_RDWR, and O_APPEND
   bool onlyRegular;
+  unsigned mode;  // permissions of a new file
 };
 
 bool Truncates(const Request& request) {
@@ -84,7 +86,7 @@ int OpenOrMake(const char* path, const Request& request, bool* found) {
       }
     }
     *found = false;
-    int descriptor = open(path, flags | O_CREAT | O_EXCL, 0666);
+    int descriptor = open(path, flags | O_CREAT | O_EXCL, request.mode);
     if (descriptor >= 0 || errno != EEXIST || request.disposition == CREATE_NEW) return descriptor;
   }
   return errno = ENOENT, -1;  // a link that leads nowhere
@@ -163,6 +165,16 @@ int OpenFlags(DWORD uses, bool truncates) {
   return truncates ? O_RDWR : O_RDONLY;
 }
 
+constexpr int64_t kSecondsTo1970 = 11'644'473'600;
+constexpr int64_t kTicks = 10'000'000;  // of FILETIME in a second
+
+// Seconds and nanoseconds.
+void ToTime(const FILETIME& time, int64_t* result) {
+  auto ticks = static_cast<int64_t>(uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+  result[0] = ticks / kTicks - kSecondsTo1970;
+  result[1] = ticks % kTicks * 100;
+}
+
 DWORD Low(uint64_t value) { return static_cast<DWORD>(value); }
 DWORD High(uint64_t value) { return static_cast<DWORD>(value >> 32); }
 
@@ -233,9 +245,8 @@ bool IsOpen(const FileIdentity& identity) {
 
 void TimesOf(const struct statx& facts, FILETIME* creation, FILETIME* access, FILETIME* write) {
   auto convert = [](const statx_timestamp& time) -> FILETIME {
-    constexpr int64_t kSecondsTo1970 = 11'644'473'600;
     uint64_t ticks =
-        static_cast<uint64_t>((time.tv_sec + kSecondsTo1970) * 10'000'000 + time.tv_nsec / 100);
+        static_cast<uint64_t>((time.tv_sec + kSecondsTo1970) * kTicks + time.tv_nsec / 100);
     return {Low(ticks), High(ticks)};
   };
   bool born = facts.stx_mask & STATX_BTIME;
@@ -257,7 +268,7 @@ HANDLE GetStdHandle(DWORD stream) {
 }
 
 HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES*,
-                   DWORD disposition, DWORD, HANDLE) {
+                   DWORD disposition, DWORD attributes, HANDLE) {
   using namespace posix_layer;
   DWORD uses = (access & GENERIC_READ ? FILE_SHARE_READ : 0) |
                (access & GENERIC_WRITE ? FILE_SHARE_WRITE : 0);
@@ -265,7 +276,8 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBU
   if (!known || (disposition == TRUNCATE_EXISTING && !(access & GENERIC_WRITE))) {
     return Fail(ERROR_INVALID_PARAMETER), INVALID_HANDLE_VALUE;
   }
-  Request request = {uses, share, disposition, 0, true};
+  const unsigned mode = attributes & FILE_ATTRIBUTE_TEMPORARY ? 0600 : 0666;
+  Request request = {uses, share, disposition, 0, true, mode};
   request.flags = OpenFlags(uses, Truncates(request));
   // Everything that can fail comes before a file is made or emptied.
   if (!ReserveHandles(1)) return INVALID_HANDLE_VALUE;
@@ -337,6 +349,39 @@ BOOL GetFileTime(HANDLE handle, FILETIME* creation, FILETIME* access, FILETIME* 
   return TRUE;
 }
 
+BOOL SetFileTime(HANDLE handle, const FILETIME*, const FILETIME* access, const FILETIME* write) {
+  using namespace posix_layer;
+#ifdef SYS_utimensat_time64
+  constexpr long kSetTimes = SYS_utimensat_time64;
+#else
+  constexpr long kSetTimes = SYS_utimensat;
+#endif
+  File* file = FileOf(handle);
+  if (!file) return FALSE;
+  int64_t times[4];
+  ToTime(*access, times);
+  ToTime(*write, times + 2);
+  return syscall(kSetTimes, file->descriptor, nullptr, times, 0) == 0 ||
+         Fail(ErrorFromErrno(errno));
+}
+
+BOOL ReadFile(HANDLE handle, void* data, DWORD size, DWORD* count, void* overlapped) {
+  using namespace posix_layer;
+  *count = 0;
+  if (overlapped) return Fail(ERROR_INVALID_PARAMETER);
+  File* file = FileOf(handle);
+  if (!file) return FALSE;
+  if (!(file->access & GENERIC_READ)) return Fail(ERROR_ACCESS_DENIED);
+  ssize_t result;
+  do {
+    result = pread64(file->descriptor, data, size, static_cast<off64_t>(file->position));
+  } while (result < 0 && errno == EINTR);
+  if (result < 0) return Fail(ErrorFromErrno(errno));
+  *count = static_cast<DWORD>(result);
+  file->position += *count;
+  return TRUE;
+}
+
 BOOL WriteFile(HANDLE handle, const void* data, DWORD size, DWORD* written, void* overlapped) {
   using namespace posix_layer;
   if (written) *written = 0;
@@ -369,9 +414,12 @@ FILE* OpenStream(const char* name, const char* mode) {
   DWORD uses = both             ? FILE_SHARE_READ | FILE_SHARE_WRITE
                : mode[0] == 'r' ? FILE_SHARE_READ
                                 : FILE_SHARE_WRITE;
-  DWORD disposition = mode[0] == 'r' ? OPEN_EXISTING : mode[0] == 'w' ? CREATE_ALWAYS : OPEN_ALWAYS;
+  DWORD disposition = mode[0] == 'r'      ? OPEN_EXISTING
+                      : mode[0] != 'w'    ? OPEN_ALWAYS
+                      : strchr(mode, 'x') ? CREATE_NEW
+                                          : CREATE_ALWAYS;
   // Streams share everything and are not counted among the opens: nobody tells of their end.
-  Request request = {uses, FILE_SHARE_READ | FILE_SHARE_WRITE, disposition, 0, false};
+  Request request = {uses, FILE_SHARE_READ | FILE_SHARE_WRITE, disposition, 0, false, 0666};
   request.flags = OpenFlags(uses, false) | (mode[0] == 'a' ? O_APPEND : 0);
   struct statx facts;
   bool found;

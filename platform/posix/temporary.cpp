@@ -1,7 +1,6 @@
-// Temporary names, copies and removal of files.
+// Temporary names and the removal of files.
 #include <fcntl.h>
 #include <limits.h>
-#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -41,54 +40,6 @@ UINT MakeNumbered(char* path, char* digits) {
     if (errno != EEXIST && errno != EINTR) return Fail(ErrorFromErrno(errno)), 0;
   }
   return Fail(ERROR_FILE_EXISTS), 0;
-}
-
-// Copies from the positions of the descriptors to the end. Returns 0 or the errno.
-int CopyBytes(int from, int to) {
-  NoWriteSignals guard;
-  for (;;) {  // inside the system, as far as it can
-    constexpr size_t kMost = 1 << 30;
-    ssize_t count = copy_file_range(from, nullptr, to, nullptr, kMost, 0);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-  }
-  // What is left: all of it between systems that do not know each other, nothing otherwise. A disk
-  // that is full is told of here.
-  char buffer[65536];
-  for (;;) {
-    ssize_t count = read(from, buffer, sizeof buffer);
-    if (count == 0) return 0;
-    size_t written = 0;
-    if (count > 0) {
-      int number = WriteAll(to, buffer, static_cast<size_t>(count), &written);
-      if (number != 0) return number;
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-}
-
-void CopyTimes(const struct statx& facts, int to) {
-#ifdef SYS_utimensat_time64
-  constexpr long kSetTimes = SYS_utimensat_time64;
-#else
-  constexpr long kSetTimes = SYS_utimensat;
-#endif
-  const int64_t times[] = {facts.stx_atime.tv_sec, facts.stx_atime.tv_nsec, facts.stx_mtime.tv_sec,
-                           facts.stx_mtime.tv_nsec};
-  syscall(kSetTimes, to, nullptr, times, 0);
-}
-
-// Copies one open file over another one. Returns 0 or the errno. Permissions come first, so that
-// nobody reads the copy who may not read the original; not every file system has them.
-int CopyFile(int from, int to) {
-  struct statx facts;
-  int number = Look(from, &facts);
-  if (number != 0) return number;
-  (void)!fchmod(to, facts.stx_mode & 0777);
-  number = CopyBytes(from, to);
-  if (number == 0) CopyTimes(facts, to);
-  return number;
 }
 
 }  // namespace
@@ -135,30 +86,6 @@ UINT GetTempFileNameA(const char* folder, const char* prefix, UINT unique, char*
   // The buffer may lie behind the folder's text, on its terminator.
   memcpy(buffer, path.text, strlen(path.text) + 1);
   return unique;
-}
-
-BOOL CopyFileA(const char* from, const char* to, BOOL failIfExists) {
-  using namespace posix_layer;
-  DWORD before = GetLastError();
-  HANDLE source = CreateFileA(from, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_EXISTING, 0, nullptr);
-  if (source == INVALID_HANDLE_VALUE) return FALSE;
-  // Shared with nobody, so a file is not copied to itself.
-  HANDLE target = CreateFileA(to, GENERIC_WRITE, 0, nullptr,
-                              failIfExists ? CREATE_NEW : CREATE_ALWAYS, 0, nullptr);
-  if (target == INVALID_HANDLE_VALUE) {
-    CloseHandle(source);
-    return FALSE;
-  }
-  bool made = GetLastError() == ERROR_SUCCESS;
-  int number = CopyFile(FileOf(source)->descriptor, FileOf(target)->descriptor);
-  CloseHandle(source);
-  CloseHandle(target);
-  SetLastError(before);
-  if (number == 0) return TRUE;
-  NativePath path;
-  if (made && ToNative(to, &path)) unlink(path.text);
-  return Fail(ErrorFromErrno(number));
 }
 
 BOOL DeleteFileA(const char* name) {

@@ -1,9 +1,9 @@
 #include "quern/cfile/open.h"
 
 #include <cstdlib>
-#include <cstring>
 
 #include "quern/cerr.h"
+#include "quern/cfile/backup.h"
 #include "quern/cfile/map.h"
 #include "quern/cfile/name.h"
 #include "quern/cobj.h"
@@ -17,8 +17,7 @@ namespace {
 
 constexpr char kModule[] = "cfile";
 
-constexpr uint32_t kNoBackup = 24;  // messages
-constexpr uint32_t kIllegalMode = 29;
+constexpr uint32_t kIllegalMode = 29;  // messages
 constexpr uint32_t kOpenFailed = 31;
 
 // What an access value means.
@@ -35,7 +34,7 @@ constexpr DWORD kBoth = GENERIC_READ | GENERIC_WRITE;
 const Mode kModes[] = {
     {1, 1, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, 1, "rb"},
     {2, 6, kBoth, FILE_SHARE_READ, OPEN_EXISTING, 2, "r+b"},
-    {16, 4, kBoth, FILE_SHARE_READ, CREATE_NEW, 4, "wb"},
+    {16, 4, kBoth, FILE_SHARE_READ, CREATE_NEW, 4, "wbx"},
     {18, 7, kBoth, FILE_SHARE_READ, OPEN_ALWAYS, 6, "a+b"},
     {32, 3, kBoth, FILE_SHARE_READ, CREATE_ALWAYS, 3, "wb"},
     {64, 5, kBoth, FILE_SHARE_READ, TRUNCATE_EXISTING, 5, "r+b"},
@@ -90,15 +89,10 @@ bool OpenMapped(FileObject* file, const char* name, uint32_t flags) {
 bool OpenStreamed(FileObject* file, const char* name, uint32_t flags) {
   const Mode* mode = ModeOf(flags);
   if (!mode) return ErrRaiseText(kModule, 203, ERR_LIBRARY | 0x1D, kIllegalMode), false;
-  if (mode->access == FO_CREATE_NEW) {
-    if (FILE* there = OpenStream(name, "rb")) {
-      ErrRaise(kModule, 208, 24);
-      fclose(there);
-      return false;
-    }
-  }
   FILE* stream = OpenStream(name, mode->stream);
   if (!stream) {
+    if (mode->access == FO_CREATE_NEW && GetLastError() == ERROR_FILE_EXISTS)
+      return ErrRaise(kModule, 208, 24), false;
     ErrRaiseText(kModule, 214, mode->streamKind + 20, kOpenFailed, name);
     return false;
   }
@@ -114,27 +108,6 @@ bool OpenStreamed(FileObject* file, const char* name, uint32_t flags) {
   file->nSize = static_cast<uint32_t>(end);
   file->nOpenSize = file->nSize;
   file->fFlags = flags | AccessFlag(mode->streamKind);
-  return true;
-}
-
-// Copies the file of the name record into the temporary folder. False after raising 3.
-bool BackUp(FileObject* file) {
-  // The folder, and behind it a full path.
-  char* path = static_cast<char*>(malloc(2 * MAX_PATH));
-  if (!path) return ErrRaise(kModule, 150, 3), false;
-  *path = '\0';
-  if (GetTempPathA(MAX_PATH, path) >= MAX_PATH) *path = '\0';
-  char name[MAX_PATH];
-  if (GetTempFileNameA(path, "", 0, name) != 0) strcat(path, name);
-  if (!*path) {
-    free(path);
-    ErrRaiseText(kModule, 158, ERR_LIBRARY | 5, kNoBackup);
-    return true;
-  }
-  free(file->pszBackup);
-  file->pszBackup = path;
-  if (!CopyFileA(file->pName->szFull, path, FALSE))
-    ErrRaiseText(kModule, 163, ERR_LIBRARY | 4, kNoBackup);
   return true;
 }
 
@@ -173,11 +146,10 @@ uint32_t GrowthOf(uint32_t flags, uint32_t size) {
 void CloseHandles(FileObject* file) {
   if (file->hFile) CloseHandle(file->hFile);
   if (file->pStream) fclose(file->pStream);
-  free(file->pszBackup);
+  DropBackup(file);
   free(file->pName);
   file->hFile = nullptr;
   file->pStream = nullptr;
-  file->pszBackup = nullptr;
   file->pName = nullptr;
 }
 
@@ -220,7 +192,8 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
     static FileObject exists;  // any address will do
     return &exists;
   }
-  if (name) {
+  const bool again = !name;
+  if (!again) {
     ErrLast = 0;
     if (!FileSelect(object)) return ErrRaise(kModule, 131, 1), nullptr;
     // Without these flags an old record stays as it is, for an open that asks for one again.
@@ -237,9 +210,14 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
     CurrentFile->hFile = nullptr;
   }
   FileObject* file = CurrentFile;
+  const uint32_t formerFlags = file->fFlags;
   if (!(flags & FO_MAPPED ? OpenMapped : OpenStreamed)(file, name, flags)) return nullptr;
-  if ((flags & FO_STAT) && FileStat(name, NameRecord(file)) != 0)
+  if ((flags & FO_STAT) && FileStat(name, NameRecord(file)) != 0) {
+    // The view is still that of the former open: of the same file, or of another one.
+    if (file->hMap && again) file->fFlags = formerFlags;
+    if (file->hMap && !again) FileMap(0);
     return ErrRaise(kModule, 228, 3), nullptr;
+  }
   uint32_t mapSize = file->nSize;
   if (file->fFlags & (FO_WRITE | FO_KEEP_NAME)) {
     if (file->nGrow == 0) file->nGrow = GrowthOf(file->fFlags, file->nSize);
@@ -292,7 +270,7 @@ int32_t FileRevert() {
   bool put = true;
   DWORD reason = ERROR_SUCCESS;
   if (file->pszBackup) {
-    put = CopyFileA(file->pszBackup, file->pName->szFull, FALSE) && DeleteFileA(file->pszBackup);
+    put = PutBack(file);
     reason = GetLastError();
   }
   FileClass(reinterpret_cast<uintptr_t>(file));

@@ -21,16 +21,23 @@ FileObject* FileSelect(void* object);
 //   6 no current file, 7 none with a name record, to open again
 //   0x80000013 (mapped), 0x8000001D (stream): no such access value
 //   0x2000000B to 0x20000011: 10 + kind, the system refused (mapped)
-//   21 to 26: 20 + kind, the runtime refused (stream); 24 also when a new file is there already
+//   21 to 26: 20 + kind, the runtime refused (stream); 24 also when anything has the name of a file
+//   to be made new
 //   20 the stream's size could not be told   7 the file could not be mapped
 // A backup that could not be made is raised (0x80000004, 0x80000005) and reported, and the open
-// goes on. What was set before a failure stays set, and the object stays current.
+// goes on. What was set before a failure stays set, and the object stays current; but flags and
+// view always agree, so that the next edit fails with a code or works. A file of 4 GiB and more is
+// not mapped, for reading either.
 //
 // With FO_EXISTS alone nothing is opened: null when the file cannot be read, else not null, and no
 // object.
 //
-// The backup's path is the temporary folder followed by the full path of a temporary file there, on
-// purpose; most systems have no such folder, and then there is no backup.
+// The backup's path is the temporary folder followed by the full path of a temporary file there.
+// Compat: most systems have no such folder, and then there is no backup. It is a new file for its
+// owner alone; where anything has its name there is no backup either.
+//
+// Compat: a stream that is opened again as a mapped file keeps its stream, so that FileReplace
+// takes positions for offsets and refuses addresses.
 FileObject* FileOpen(void* object, const char* name, uint32_t flags);
 
 // Class procedure of 'FILE'. Closing cuts a mapped file on the disk to its data size, and raises

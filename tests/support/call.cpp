@@ -69,9 +69,8 @@ CALL(int, ftruncate64, (int file, off64_t size), (file, size), -1, EIO)
 CALL(int, fallocate64, (int file, int mode, off64_t from, off64_t size), (file, mode, from, size),
      -1, EIO)
 CALL(off64_t, lseek64, (int file, off64_t offset, int whence), (file, offset, whence), -1, EIO)
-CALL(ssize_t, copy_file_range,
-     (int from, off64_t* fromAt, int to, off64_t* toAt, size_t size, unsigned flags),
-     (from, fromAt, to, toAt, size, flags), -1, EIO)
+CALL(ssize_t, pread64, (int file, void* bytes, size_t size, off64_t from),
+     (file, bytes, size, from), -1, EIO)
 CALL(int, statx, (int folder, const char* name, int flags, unsigned mask, Statx* facts),
      (folder, name, flags, mask, facts), -1, EIO)
 CALL(int, statfs64, (const char* name, Statfs* facts), (name, facts), -1, EIO)
