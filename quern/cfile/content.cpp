@@ -52,28 +52,34 @@ bool ReadTail(FileObject* file, uint32_t pos, uint32_t length, Tail* tail) {
   return true;
 }
 
-void WriteTail(FileObject* file, const void* newBytes, uint32_t newLength, const Tail& tail) {
+// Whether the stream took everything.
+bool WriteTail(FileObject* file, const void* newBytes, uint32_t newLength, const Tail& tail) {
+  size_t wanted = tail.start, written = 0;
   if (newBytes) {
-    fwrite(newBytes, 1, newLength, file->pStream);
+    wanted += newLength;
+    written = fwrite(newBytes, 1, newLength, file->pStream);
   } else {
     fseek(file->pStream, static_cast<long>(newLength), SEEK_CUR);  // what stands there stays
   }
-  fwrite(tail.bytes, 1, tail.start, file->pStream);
-  fseek(file->pStream, tail.position, SEEK_SET);
+  written += fwrite(tail.bytes, 1, tail.start, file->pStream);
+  bool sought = fseek(file->pStream, tail.position, SEEK_SET) == 0;  // writes what is buffered
+  if (written == wanted && sought) return true;
+  clearerr(file->pStream);
+  return false;
 }
 
-// Moves the bytes behind the old range, cutting what would go beyond the mapped ones, and puts the
-// new ones in. ErrLast is set when the data are not all mapped, or not for writing.
-void EditView(FileObject* file, uint32_t size, char* pos, uint32_t length, const void* newBytes,
-              uint32_t newLength) {
-  if ((length | newLength) == 0) return;
-  if (!(file->fFlags & FO_WRITE) || size > file->nMapped) {
-    ErrLast = 2;
+// Moves the bytes behind the old range and puts the new ones in: MemReplace in the first `size`
+// bytes of the view, with its raises. An edit that would touch a view for reading, or bytes behind
+// the mapped ones (`reach` bytes are touched), is outside the block as well.
+void EditView(FileObject* file, uint32_t size, uint64_t reach, char* pos, uint32_t length,
+              const void* newBytes, uint32_t newLength) {
+  char* view = file->hMap ? file->pView : nullptr;  // without a mapping it is a mere address
+  bool writable = (file->fFlags & (FO_READ | FO_WRITE)) == FO_WRITE && reach <= file->nMapped;
+  if (view && (length | newLength) != 0 && !writable) {
+    ErrRaise(kModule, 823, 2);
     return;
   }
-  uint32_t growth = newLength - std::min(newLength, length);
-  size = std::min(size, file->nMapped - std::min(file->nMapped, growth));
-  MemReplace(file->pView, size, pos, length, newBytes, newLength, 0);
+  MemReplace(view, size, pos, length, newBytes, newLength, 0);
 }
 
 // By how many bytes an edit at the limit is cut: by where a separator begins in the last `kept`
@@ -99,19 +105,25 @@ uint32_t CutOf(const FileObject* file, const char* region, uint32_t kept, uint32
   }
 }
 
-// An edit that would pass the largest size.
-void EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBytes,
+// An edit that would pass the largest size. False when the stream did not take it, or ErrLast is
+// set.
+bool EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBytes,
                  uint32_t newLength, const Tail& tail) {
   FileResize(static_cast<int32_t>(file->nMaxSize - file->nSize));
-  if (ErrLast != 0 && !tail.bytes) return;
+  if (ErrLast != 0 && !tail.bytes) return false;
   auto offset = static_cast<uint32_t>(pos - file->pView);
   newLength = std::min(newLength, file->nMaxSize - std::min(offset, file->nMaxSize));
+  bool written = true;
   if (tail.bytes) {
-    WriteTail(file, newBytes, newLength, tail);
+    written = WriteTail(file, newBytes, newLength, tail);
   } else {
-    EditView(file, file->nMaxSize, pos, length, newBytes, newLength);
+    // What would move beyond the mapped bytes is cut.
+    uint32_t growth = newLength - std::min(newLength, length);
+    uint32_t most = file->nMapped - std::min(file->nMapped, growth);
+    EditView(file, std::min(file->nMaxSize, most), file->nMaxSize, pos, length, newBytes,
+             newLength);
   }
-  if (ErrLast != 0) return;
+  if (ErrLast != 0 || !written) return false;
   uint32_t kept = std::min(file->nSize - newLength - offset, newLength);
   const char* region;
   uint32_t readable;  // bytes from there on
@@ -125,17 +137,7 @@ void EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBy
     readable = file->nMapped - std::min(file->nMapped, start);
   }
   if (uint32_t cut = CutOf(file, region, kept, readable)) FileResize(-static_cast<int32_t>(cut));
-}
-
-// Bytes behind the data of a mapped file where a text that is appended can be made at once, with
-// its terminator; 0 when `pos` is not there, or the edit is no plain one. An edit at the limit may
-// look for sections behind the data, so that those files keep what is there.
-uint32_t RoomBehind(const FileObject* file, const char* pos) {
-  if (!file || !file->hMap || file->pStream || pos != file->pView + file->nSize) return 0;
-  if ((file->fFlags & (FO_WRITE | FO_READ | FO_STREAMED)) != FO_WRITE) return 0;
-  if ((file->fFlags & FO_SEP_MASK) == FO_SEP_SECTION) return 0;
-  uint32_t most = std::min(file->nMapped, file->nMaxSize);
-  return most - std::min(most, file->nSize);
+  return true;
 }
 
 }  // namespace
@@ -184,41 +186,37 @@ int32_t FileReplace(char* pos, uint32_t length, const void* newBytes, uint32_t n
     if (source <= file->nSize) return ErrRaise(kModule, 814, 2), 0;
   }
   uint32_t oldSize = file->nSize;
-  uint32_t failure = 5;
-  if (oldSize + static_cast<uint32_t>(change) <= file->nMaxSize) {
-    FileResize(change);
-    if (tail.bytes) {
-      WriteTail(file, newBytes, newLength, tail);
-    } else if (ErrLast == 0) {
-      EditView(file, oldSize, pos, length, newBytes, newLength);
-    }
-  } else {
-    failure = 6;
-    EditAtLimit(file, pos, length, newBytes, newLength, tail);
+  int64_t size = int64_t{oldSize} + newLength - length;
+  if (size > file->nMaxSize) {
+    if (!EditAtLimit(file, pos, length, newBytes, newLength, tail))
+      return ErrRaise(kModule, 846, 6), 0;
+    return change;
   }
-  if (ErrLast != 0) return ErrRaise(kModule, failure == 5 ? 829 : 846, failure), 0;
+  FileResize(change);
+  bool written = true;
+  if (tail.bytes && size < 0) {  // more than there is
+    fseek(file->pStream, tail.position, SEEK_SET);
+  } else if (tail.bytes) {
+    written = WriteTail(file, newBytes, newLength, tail);
+  } else if (ErrLast == 0) {
+    uint64_t reach = std::max<uint64_t>(oldSize, static_cast<uint64_t>(size));
+    EditView(file, oldSize, reach, pos, length, newBytes, newLength);
+  }
+  if (ErrLast != 0 || !written) return ErrRaise(kModule, 829, 5), 0;
   return change;
 }
 
 int32_t FileFormatList(char* pos, uint32_t length, const char* format, va_list arguments) {
-  if (format == kFileArgList) {
-    format = va_arg(arguments, const char*);
-    return FileFormatList(pos, length, format, *va_arg(arguments, va_list*));
-  }
+  FormatCall call = ResolveFormat(format, arguments);
   va_list again;
-  va_copy(again, arguments);
-  if (uint32_t room = length == 0 ? RoomBehind(CurrentFile, pos) : 0) {
-    int size = FormatText(pos, room, format, again);
-    va_end(again);
-    if (size >= 0 && static_cast<uint32_t>(size) < room) return FileResize(size) == 0 ? size : 0;
-    va_copy(again, arguments);
-  }
+  va_copy(again, call.arguments);
+  // Format and arguments may lie in the file, so the text is made elsewhere.
   char buffer[1024];
   char* text = buffer;
-  int size = FormatText(buffer, sizeof buffer, format, arguments);
+  int size = FormatText(buffer, sizeof buffer, call.format, call.arguments);
   if (size >= static_cast<int>(sizeof buffer)) {
     text = static_cast<char*>(malloc(static_cast<size_t>(size) + 1));
-    if (text) FormatText(text, static_cast<size_t>(size) + 1, format, again);
+    if (text) FormatText(text, static_cast<size_t>(size) + 1, call.format, again);
   }
   va_end(again);
   if (!text || size < 0) return ErrRaise(kModule, 872, 4), 0;

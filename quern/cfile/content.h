@@ -18,6 +18,9 @@ namespace quern {
 // Changes nSize by `delta`, and grows the mapping as needed. A file with FO_KEEP_NAME that was
 // opened for reading is opened again for writing. Returns 0, or minus ErrLast after raising 1
 // (beyond nMaxSize), 2 (not opened again), 3 (nGrow is 0) or 4 (not mapped).
+//
+// After code 4 nothing is mapped, and pView is null or a mere address. The bytes on the disk are as
+// they were. FileMap(nSize), once it succeeds, recovers the file: pView may differ.
 int32_t FileResize(int32_t delta);
 
 // Told of every change of size of a file with a scanner, when nSize has changed. Installed by the
@@ -25,22 +28,31 @@ int32_t FileResize(int32_t delta);
 extern void (*FileResizedHook)(FileObject* file);
 
 // Replaces `length` bytes at `pos` by `newLength` bytes, which must not be the file's own. Returns
-// by how much the data grew; 0 also after raising 1 (outside the data), 2 (the file's own bytes), 3
-// (no such place in the stream), 4 (no memory), 5 or 6 (not resized, or not writable; of an edit
-// within the limit or at it).
+// by how much the data grew; 0 also after raising
+//   1 `pos` is outside the data      2 the bytes are the file's own
+//   3 no such place in the stream    4 no memory
+//   5 the edit was not made          6 an edit that would pass nMaxSize was not made
+// Below 5 and 6 stands the reason: what FileResize raised; 1, nothing is mapped; 2, the range is
+// not within the data or beyond the mapped bytes, or the view is for reading; nothing, when the
+// stream did not take the bytes. A mapped file's bytes are then unchanged, but nSize may have
+// moved: to the size that the edit asked for, or to nMaxSize. Closing pads the file with zeros, or
+// cuts it, to nSize: set it back with FileResize first.
 //
 // A stream gets the new bytes and then as many bytes behind them as stand in front of the end of
-// the old range, on purpose: what follows, filled up with zeros or cut.
+// the old range. Compat: what follows is filled up with zeros or cut.
 //
 // An edit that would pass nMaxSize makes the data that large, with the new bytes cut, and then
 // smaller again by the offset of the last separator within the last bytes of the data, as many as
 // are new or were kept behind them, whichever are fewer: of a '[' that offset less 1, of an empty
-// line ("\r\n\r\n") or a line end ("\r\n") itself; of none nothing.
+// line ("\r\n\r\n") or a line end ("\r\n") itself; of none nothing. So a file whose nMaxSize is
+// below nSize, or 0 as of a file for reading, shrinks to nMaxSize before the edit is refused.
 int32_t FileReplace(char* pos, uint32_t length, const void* newBytes, uint32_t newLength);
 
 // Replaces `length` bytes at `pos` by a formatted text, as FileReplace does; 4 is raised, too, when
 // the runtime makes no text of the format. When `format` is kFileArgList, the arguments are a
-// format and a pointer to a va_list.
+// format and a va_list, passed by value: FileVPrintf(pos, length, kFileArgList, format, list).
+//
+// Format and arguments may lie in the file's own data.
 int32_t FileVPrintf(char* pos, uint32_t length, const char* format, ...);
 inline const char* const kFileArgList = reinterpret_cast<const char*>(~uintptr_t{0});
 

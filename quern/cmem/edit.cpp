@@ -187,7 +187,8 @@ uint32_t MemReplace(void* block, uint32_t length, void* pos, uint32_t oldLength,
   if (!block) return ErrRaise(kModule, 217, 1), 0;
   if (flags == 0) {
     if (!IsWithin(at, oldLength, start, length)) return ErrRaise(kModule, 220, 2), 0;
-    memmove(at + newLength, at + oldLength, length - static_cast<size_t>(at - start) - oldLength);
+    size_t behind = length - static_cast<size_t>(at - start) - oldLength;
+    if (newLength != oldLength) memmove(at + newLength, at + oldLength, behind);
     if (newBytes) memmove(at, newBytes, newLength);
     return newLength - oldLength;
   }
