@@ -57,9 +57,12 @@ void Collect(Scanner* scanner, const char* start, const char* end) {
   MemBufSet(&scanner->mbValue, start, part ? static_cast<uint32_t>(to - from) : 0);
 }
 
-// Steps over bytes that cannot begin a symbol.
+// Steps over bytes that cannot begin a symbol, as single steps do: those that stay within the text
+// clear the status, and the one that refills it does not.
 void SkipHopeless(int32_t id) {
-  if (uint32_t count = ScanHopeless(id)) ScanAdvance(count);
+  const uint32_t count = ScanHopeless(id);
+  if (count > 1) ScanAdvance(count - 1);
+  if (count > 0) ScanAdvance(1);
 }
 
 // `each` calls its argument with the ids of a list, in turn, until that gives a token.

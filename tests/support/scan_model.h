@@ -1,4 +1,5 @@
-// The rules of the scanner spelled out one by one over a text in memory.
+// The rules of the scanner spelled out one by one over a text in memory, or over one that is
+// refilled block by block.
 //
 // The model stops at a call that would not return, that would end the process, or whose errors
 // would not fit on the stack.
@@ -81,6 +82,7 @@ struct ScanModel {
     Token of_search;
     std::vector<Place> index;
     uint32_t entries = 0;
+    size_t block = 0;  // the one that is the text
 
     Token& Of(Record record) {
       return record.number == kPrivate ? of_search : tokens[record.number];
@@ -88,11 +90,14 @@ struct ScanModel {
     void Clear() { trail.clear(), entries = 0, last = 0; }
   };
 
-  std::string text;
+  std::vector<std::string> blocks;  // the last one is empty
+  bool streamed = false;            // else there is one block
   std::vector<Table> tables;
   State now;
 
-  long Size() const { return static_cast<long>(text.size()); }
+  const std::string& Text() const { return blocks[now.block]; }
+  long Size() const { return static_cast<long>(Text().size()); }
+  void Refill() { now.block += now.block + 1 < blocks.size(); }
   const Def& At(const Place& place) const { return tables[place.table][place.row]; }
 
   // --- errors
@@ -204,7 +209,7 @@ struct ScanModel {
     const uint32_t n = def.null ? 0 : def.length;
     for (uint32_t i = 0; i < n; ++i, ++p) {
       if (p >= Size()) return false;
-      const char a = text[p], b = def.text[i];
+      const char a = Text()[p], b = def.text[i];
       if (folds ? UpperByte(a) != UpperByte(b) : a != b) return false;
     }
     return true;
@@ -212,7 +217,7 @@ struct ScanModel {
 
   bool WordGoesOn(long p) const {
     if (p >= Size()) return false;
-    const signed char c = static_cast<signed char>(text[p]);
+    const signed char c = static_cast<signed char>(Text()[p]);
     return c == '_' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || c >= 0x5A;
   }
 
@@ -269,7 +274,7 @@ struct ScanModel {
     if (At(first).flags & 0x10000)
       mode = now.mode | (start == now.line_start ? 0x8C000000 : 0x80000000);
     // The walk is at the same place, record and mode twice when it is longer than this.
-    size_t rest = 2 * (text.size() + 1) * tables[first.table].size();
+    size_t rest = 2 * (Text().size() + 1) * tables[first.table].size();
     long p = start;
     Place at = first;
     bool accepted = false;
@@ -307,7 +312,7 @@ struct ScanModel {
         case 20:
         case 35:
         case 36:
-          if (IsMember(def, text[p])) {
+          if (IsMember(def, Text()[p])) {
             ++p;
             Continue(mode);
             at = first;
@@ -348,6 +353,10 @@ struct ScanModel {
       now.position = now.line_start = 0;
       now.line = 1;
       now.status = 9001;
+    } else if (now.position >= Size() && streamed) {
+      Refill();
+      now.position = now.line_start = 0;
+      if (Size() == 0) now.status = 9002;
     } else if (now.position >= Size()) {
       now.position = Size();
       now.status = 9002;
@@ -419,6 +428,12 @@ struct ScanModel {
     return now.pending;
   }
 
+  // Nothing, when a refill has put other bytes there.
+  void Collect(long start, long end) {
+    now.value.clear();
+    if (start < end && end <= Size()) now.value = Text().substr(start, end - start);
+  }
+
   Record Run(int32_t id) {
     if (id == 9003) Get(9003);
     if (now.status == id) {
@@ -431,23 +446,25 @@ struct ScanModel {
       const long start = now.position;
       do AdvanceOverPending();
       while (Match(id).number >= 0);
-      now.value = text.substr(start, now.position - start);
+      Collect(start, now.position);
       now.status = id;
       return now.pending = kept;
     }
     const long start = now.position;
-    const Record token = Get(id);
-    now.value.clear();
-    if (token.number < 0) return now.pending;  // which the codes of begin and end leave
-    const long count = now.position - static_cast<long>(now.Of(token).length) - start;
-    if (count > 0) now.value = text.substr(start, count);
+    const Record token = Get(id);  // without one, begin and end leave the pending token
+    Collect(start,
+            token.number < 0 ? start : now.position - static_cast<long>(now.Of(token).length));
     return now.pending;
   }
 
   void StoreColumn() { now.column = static_cast<uint32_t>(now.position - now.line_start); }
 
   // More steps than any walk that ends can take.
-  size_t Steps() const { return 4 * text.size() + 64; }
+  size_t Steps() const {
+    size_t steps = 64;
+    for (const std::string& block : blocks) steps += 4 * block.size();
+    return steps;
+  }
 
   Record SkipTo(int32_t id) {
     for (size_t rest = Steps(); now.status != 9002 && Get(id).number < 0; --rest) {

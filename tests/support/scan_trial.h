@@ -2,6 +2,7 @@
 // call at which the model stops is not made.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 #include <iterator>
@@ -184,20 +185,46 @@ class ScanTrial {
 
   void MakeText() {
     const uint32_t pieces = Below(OneIn(4) ? 16 : 7);
+    std::string text;
     for (uint32_t i = 0; i < pieces; ++i) {
       const Model::Table& table = model_.tables[0];
       const Model::Def& def = table[Below(static_cast<uint32_t>(table.size()))];
       if (OneIn(3)) {
-        model_.text += Letters(3);
+        text += Letters(3);
       } else {
         std::string piece = def.text;
         for (char& c : piece) c = OneIn(5) ? UpperByte(c) : c;
-        model_.text += piece;
+        text += piece;
       }
     }
-    text_.reset(new char[model_.text.size()]);
-    std::memcpy(text_.get(), model_.text.data(), model_.text.size());
-    Tell("text " + Quoted(model_.text));
+    model_.streamed = OneIn(2);
+    size_t most = text.size();
+    if (model_.streamed) {
+      const uint32_t longest = 1 + Below(6);
+      most = 0;
+      for (size_t at = 0, size; at < text.size(); at += size) {
+        size = std::min<size_t>(1 + Below(longest), text.size() - at);
+        model_.blocks.push_back(text.substr(at, size));
+        most = std::max(most, size);
+      }
+      text.clear();
+    }
+    model_.blocks.push_back(text);
+    text_.reset(new char[most]);
+    for (const std::string& block : model_.blocks) Tell("text " + Quoted(block));
+    refilled_ = this;
+    Fill();
+  }
+
+  // The block of the library. Behind it stand bytes of the blocks in front of it.
+  uint32_t Fill() {
+    const std::string& block = model_.blocks[filled_];
+    std::memcpy(text_.get(), block.data(), block.size());
+    return static_cast<uint32_t>(block.size());
+  }
+  static uint32_t Refill() {
+    refilled_->filled_ += refilled_->filled_ + 1 < refilled_->model_.blocks.size();
+    return refilled_->Fill();
   }
 
   // The record that the library's tokens lie in: it is what the end of a text gives.
@@ -224,7 +251,7 @@ class ScanTrial {
       return;
     }
     const quern::Scanner* scanner =
-        quern::ScanText(text_.get(), static_cast<uint32_t>(model_.text.size()), defs_[0].get());
+        quern::ScanText(text_.get(), static_cast<uint32_t>(model_.Size()), defs_[0].get());
     if ((scanner != nullptr) != started_ || !quern::CurrentScanner) return Differ("ScanText");
     if (!started_) {
       const Seen real = Real();
@@ -232,6 +259,8 @@ class ScanTrial {
       return;
     }
     model_.Rewind();
+    if (model_.streamed) quern::CurrentScanner->header.flags |= quern::SCAN_STREAMED;
+    quern::CurrentScanner->cbfRefill = Refill;
     CompareTables();
     Compare();
     if (OneIn(8)) quern::CurrentScanner->cbfMatch = ForwardMatch;
@@ -352,7 +381,7 @@ class ScanTrial {
         return;
       }
       case 1:
-        now.position = Below(static_cast<uint32_t>(model_.text.size()) + 2);
+        now.position = Below(static_cast<uint32_t>(model_.Size()) + 2);
         Tell(Named("position", now.position));
         scanner->pPosition = text_.get() + now.position;
         Both(
@@ -475,7 +504,7 @@ class ScanTrial {
     const quern::MemBuf& source = quern::CurrentScanner->mbSource;
     const Seen real = Real();
     if (!(real == model_.now)) Differ("the state, errors " + real.trail);
-    if (source.pData != text_.get() || source.nSize != model_.text.size()) Differ("the text");
+    if (source.pData != text_.get() || source.nSize != model_.Text().size()) Differ("the text");
   }
 
   void CompareTables() {
@@ -501,6 +530,8 @@ class ScanTrial {
   std::vector<std::unique_ptr<char[]>> patterns_;
   std::vector<std::unique_ptr<quern::ScanDef[]>> defs_;
   std::unique_ptr<char[]> text_;
+  size_t filled_ = 0;  // the library's block
+  static inline ScanTrial* refilled_;
   quern::ScanToken own_;
 };
 
