@@ -17,7 +17,6 @@
 #include "quern/cfile.h"
 #include "quern/cobj.h"
 #include "quern/cscan.h"
-#include "quern/cscan/form.h"
 #include "tests/support/alloc.h"
 #include "tests/support/leaks.h"
 #include "tests/support/trail.h"
@@ -66,65 +65,6 @@ std::string Report() {
   ErrReport(report, ERR_REPORT_COMPOSE | ERR_REPORT_FULL);
   ErrClear();
   return report;
-}
-
-// The form of a table decides how few records are tried at a byte.
-TEST(Scanner, CompilesTablesByTheFirstByte) {
-  char folded[] = "DO";
-  ScanDef table[] = {
-      {"if", 3, SCAN_WORD, 0, 0},
-      {"i", 4, SCAN_STRING, 0, 0},
-      {folded, 4, SCAN_STRING_FOLD, 0, 0},
-      {"x", 5, SCAN_SET, 0, 0},
-      {"dfii", 6, SCAN_RANGES | SCAN_FIRST, 0, 0},
-      {"i9", 6, SCAN_SET | SCAN_MORE, 0, 0},
-      {"ij", -1, SCAN_SET, 0, 0},
-      {"i", 7, SCAN_SET | SCAN_LINE, 0, 0},
-      {"x.", 7, SCAN_STRING | SCAN_FIRST, 0, 0},
-      {"89", 7, SCAN_RANGES | SCAN_LATER, 0, 0},
-      {"+-", 7, SCAN_STRING | SCAN_MORE, 0, 0},
-      {"..", 7, SCAN_RANGES, 0, 0},
-      {nullptr, 0, 0, 0, 0},
-  };
-  ASSERT_EQ(ScanDefine(table, 0), 0);
-  const ScanForm* form = ScanFormOf(CurrentScanner->pIndex);
-  ASSERT_EQ(form->nGroups, 5u);
-  // Symbol, way, when and the second byte of each try.
-  auto tries = [form](char byte) {
-    std::string text;
-    auto at = static_cast<uint8_t>(byte);
-    for (uint32_t i = form->begin[at]; i != form->begin[at + 1]; ++i) {
-      const ScanTry& way = form->pTries[i];
-      char one[64];
-      snprintf(one, sizeof one, "%d%c%03X%c ", way.pGroup->nId, "tpw"[static_cast<int>(way.way)],
-               static_cast<unsigned>(way.when),
-               way.second < 0 ? '-' : static_cast<char>(way.second));
-      text += one;
-    }
-    return text;
-  };
-  EXPECT_EQ(tries('i'), "3t100f 4t100- 6p0C0- 7w008- ");
-  EXPECT_EQ(tries('d'), "4t100- 6p080- ");
-  EXPECT_EQ(tries('D'), "4t100- ");
-  EXPECT_EQ(tries('x'), "5p100- 7w080- ");
-  EXPECT_EQ(tries('e'), "6p080- ");
-  EXPECT_EQ(tries('9'), "6p040- 7w010- ");
-  EXPECT_EQ(tries('+'), "7w040- ");
-  EXPECT_EQ(tries('.'), "7w100- ");
-  EXPECT_EQ(form->begin[0], 0u);
-  EXPECT_EQ(form->begin[256], 16u);
-  EXPECT_EQ(form->pGroups[0].sole, 'i');
-  EXPECT_EQ(form->pGroups[1].sole, -1);
-  EXPECT_EQ(form->pGroups[2].sole, 'x');
-  EXPECT_EQ(form->pGroups[1].pPieces, nullptr);
-  EXPECT_EQ(form->pGroups[3].pMembers, nullptr);
-  // Behind the string with SCAN_MORE nothing is a piece at once.
-  const ScanGroup& walk = form->pGroups[4];
-  EXPECT_EQ(walk.pPieces['i'], 8);
-  EXPECT_EQ(walk.pPieces['8'], 16);
-  EXPECT_EQ(walk.pPieces['.'], 0);
-  EXPECT_TRUE(walk.pMembers[2].Has('9') && walk.pMembers[4].Has('.') && !walk.pMembers[4].Has('i'));
-  EXPECT_TRUE(walk.masked && !form->pGroups[0].masked);
 }
 
 TEST(Scanner, IsNotAlwaysThere) {
@@ -461,6 +401,16 @@ TEST(Scanner, ReadsNothingThatIsNotMapped) {
   scanner = ScanOpen(name.c_str(), FO_STREAM_BUFFER | 2, code);
   file = scanner->pFile;
   const uint32_t size = scanner->mbSource.nSize;
+  EXPECT_EQ(ScanDefine(code, 0), 0);
+  const char* token = ScanGet(kName)->pStart;
+  file->nSize = 100'000'000;
+  {
+    tavrix_test::AllocationFault fault(1, 1);
+    EXPECT_LT(ScanRewind(), 0);  // which leaves all as it was
+  }
+  EXPECT_EQ(ScanPending->pStart, token);
+  EXPECT_EQ(std::string(token, 3), "one");
+  file->nSize = size;
   ++scanner->pPosition;
   EXPECT_EQ(ScanRewind(), 0);
   EXPECT_EQ(scanner->pPosition, scanner->mbSource.pData);

@@ -39,6 +39,12 @@ void Retire(char* block) {
   retired = entry;
 }
 
+void GoToBegin(Scanner* scanner) {
+  scanner->pPosition = scanner->mbSource.pData;
+  scanner->pLine = scanner->mbSource.pData;
+  scanner->nLine = 1;
+}
+
 // Leaves the scanner without a text.
 void DropText(Scanner* scanner) {
   MemBuf* text = &scanner->mbSource;
@@ -52,12 +58,7 @@ void DropText(Scanner* scanner) {
   text->nAlloc = 0;
   text->nSize = 0;
   scanner->header.flags &= ~SCAN_VIEW;
-}
-
-void GoToBegin(Scanner* scanner) {
-  scanner->pPosition = scanner->mbSource.pData;
-  scanner->pLine = scanner->mbSource.pData;
-  scanner->nLine = 1;
+  GoToBegin(scanner);
 }
 
 template <typename Visit>
@@ -88,7 +89,6 @@ void FollowView(FileObject* file) {
     if (!(scanner->header.flags & SCAN_VIEW)) return;
     if (!file->hMap || text->pData != file->pView) {
       DropText(scanner);
-      GoToBegin(scanner);
     } else if (text->nSize > file->nMapped) {
       text->nSize = file->nMapped;
     }
@@ -124,7 +124,8 @@ bool TakeText(Scanner* scanner) {
     if (text->nAlloc != kLineBlock) DropText(scanner);
     return MemBufSet(text, nullptr, 0) != nullptr;
   } else if (file->fFlags & FO_STREAM_BUFFER) {
-    DropText(scanner);
+    // A block of its own is read into again, so that without memory for more it keeps the text.
+    if (!file->pStream || text->nAlloc == 0) DropText(scanner);
     return !file->pStream || ReadWhole(file, text);
   }
   return true;
@@ -189,7 +190,10 @@ Scanner* ScanText(const char* text, uint32_t length, ScanDef* table) {
 
 int32_t ScanRewind() {
   Scanner* scanner = CurrentScanner;
-  if (scanner && scanner->pFile && !TakeText(scanner)) return -ErrLast;
+  if (scanner && scanner->pFile && !TakeText(scanner)) {
+    if (!scanner->mbSource.pData) ScanPending = nullptr;
+    return -ErrLast;
+  }
   if (!scanner || (!scanner->pIndex && !scanner->cbfMatch)) return ErrRaise(kModule, 684, 1);
   GoToBegin(scanner);
   ScanAdvance(0);

@@ -75,7 +75,8 @@ Scanner* ScanOpen(const char* name, uint32_t mode, ScanDef* table);
 Scanner* ScanText(const char* text, uint32_t length, ScanDef* table);
 
 // Takes the text from the source again and goes to its beginning. Returns 0, or minus ErrLast after
-// raising 1 (the stream cannot be sought; no symbols are defined) or when the text cannot be read.
+// raising 1 (the stream cannot be sought; no symbols are defined) or when there is no memory. Text,
+// position and pending token stay then as they are; a scanner that owned no text has none.
 int32_t ScanRewind();
 
 // The refill of streamed sources: the next line, its line end included, or as many bytes of it as
