@@ -158,9 +158,11 @@ Scanner* ScanAttachFile(void* object, FileObject* file) {
   source->pScanner = reinterpret_cast<FileScanner*>(scanner);
   FileResizedHook = FollowSize;
   FileMappedHook = FollowView;
-  if (scanner->header.flags & SCAN_STREAMED) DropText(scanner);
+  // The block of a stream serves the next one; before it, a block of any other kind is freed.
+  const bool streamed = source->fFlags & FO_STREAMED;
+  if (streamed != ((scanner->header.flags & SCAN_STREAMED) != 0)) DropText(scanner);
   scanner->header.flags &= ~SCAN_STREAMED;
-  if (source->fFlags & FO_STREAMED) {
+  if (streamed) {
     scanner->header.flags |= SCAN_STREAMED;
     scanner->mbSource.nAlign = kLineBlock;
     if (!scanner->cbfRefill) scanner->cbfRefill = ScanReadLine;
