@@ -136,6 +136,10 @@ DWORD GetTickCount();
 // Hands a text to who listens: the variable TAVRIX_DEBUG_OUTPUT, read once, at the first use, names
 // a file that texts are appended to, or "stderr". Without it, and where the file cannot be opened,
 // the text is dropped. The last error is left alone.
+//
+// Nobody is waited for: where a pipe or a terminal takes no more, the text is lost, of a text of
+// more than PIPE_BUF bytes the lines that are left. A terminal may take part of a line; the next
+// text then begins on a line of its own.
 void OutputDebugStringA(const char* text);
 
 // --- handle --------------------------------------------------------------------------------------
@@ -172,14 +176,15 @@ struct SECURITY_ATTRIBUTES {
   BOOL bInheritHandle;
 };
 
-// Opens a file. Between the opens of one process the sharing rules hold: each open must be allowed
-// by what the others share, and share what they do (ERROR_SHARING_VIOLATION). INVALID_HANDLE_VALUE
-// with ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS (CREATE_NEW),
-// ERROR_ACCESS_DENIED (anything that is no regular file, no right, or a write to a file that nobody
-// has the right to write), ERROR_USER_MAPPED_FILE (one that is mapped here would be emptied),
-// ERROR_FILENAME_EXCED_RANGE. On success the last error is ERROR_SUCCESS, or ERROR_ALREADY_EXISTS
-// when OPEN_ALWAYS or CREATE_ALWAYS found a file. `security`, `attributes` and `pattern` are not
-// used. The descriptor is above 2 and closed in programs that are started.
+// Opens a file. Between the opens of all processes the sharing rules hold: each open must be
+// allowed by what the others share, and share what they do (ERROR_SHARING_VIOLATION). They end with
+// the handle, in a forked child with the handle of its parent. INVALID_HANDLE_VALUE with
+// ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_FILE_EXISTS (CREATE_NEW), ERROR_ACCESS_DENIED
+// (anything that is no regular file, no right, or a write to a file that nobody has the right to
+// write), ERROR_USER_MAPPED_FILE (one that is mapped would be emptied), ERROR_FILENAME_EXCED_RANGE.
+// On success the last error is ERROR_SUCCESS, or ERROR_ALREADY_EXISTS when OPEN_ALWAYS or
+// CREATE_ALWAYS found a file. `security`, `attributes` and `pattern` are not used. The descriptor
+// is above 2 and closed in programs that are started.
 HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD attributes, HANDLE pattern);
 
@@ -196,7 +201,7 @@ inline constexpr DWORD INVALID_SET_FILE_POINTER = 0xFFFFFFFF;
 DWORD SetFilePointer(HANDLE file, LONG distance, LONG* high, DWORD method);
 
 // Cuts or extends the file to the position. ERROR_USER_MAPPED_FILE when a mapping or a view of the
-// file that was made here reaches beyond a cut; ERROR_DISK_FULL.
+// file reaches beyond a cut; ERROR_DISK_FULL.
 BOOL SetEndOfFile(HANDLE file);
 
 struct FILETIME {  // 100 ns units since 1601-01-01 UTC
@@ -225,7 +230,7 @@ DWORD GetTempPathA(DWORD size, char* buffer);
 UINT GetTempFileNameA(const char* folder, const char* prefix, UINT unique, char* buffer);
 
 // ERROR_ACCESS_DENIED for a directory, for a file without the right to write it and for one that is
-// mapped here; ERROR_SHARING_VIOLATION for one that is open here.
+// mapped; ERROR_SHARING_VIOLATION for one that is open.
 BOOL DeleteFileA(const char* name);
 
 // --- mapping -------------------------------------------------------------------------------------
@@ -668,6 +673,30 @@ inline FILE* OpenStream(const char* name, const char* mode) {
 }
 #else
 FILE* OpenStream(const char* name, const char* mode);
+#endif
+
+// Closes a stream of OpenStream. In a forked child one that its parent opened is given up: nothing
+// is written, and the position that both share stays.
+#ifdef _WIN32
+inline void CloseStream(FILE* stream) { fclose(stream); }
+#else
+void CloseStream(FILE* stream);
+#endif
+
+// Whether this process is a forked child, and its parent opened the file or the stream (either may
+// be null). To close it is to let go of it alone.
+#ifdef _WIN32
+inline bool IsInherited(HANDLE, FILE*) { return false; }
+#else
+bool IsInherited(HANDLE file, FILE* stream);
+#endif
+
+// Gives back what the POSIX layer keeps beyond its calls: handles that are still open, its tables
+// and its descriptors. For the end of the library; later calls work as the first ones did.
+#ifdef _WIN32
+inline void ReleasePlatform() {}
+#else
+void ReleasePlatform();
 #endif
 
 // Whether OutputDebugStringA has a listener. The real system does not tell.

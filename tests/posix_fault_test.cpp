@@ -182,7 +182,8 @@ class PosixFault : public testing::Test {
       {"OpenStream",
        [&] {
          FILE* stream = OpenStream(tree_.Path("text").c_str(), "r+b");
-         return stream && fclose(stream) == 0;
+         if (stream) CloseStream(stream);
+         return stream != nullptr;
        }},
       {"WriteFile", [&] { return Changes(); }},
       {"CreateFileMappingA", [&] { return Grows(); }},

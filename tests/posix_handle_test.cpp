@@ -15,7 +15,7 @@ using namespace posix_layer;
 
 int closed = 0;
 constexpr HandleKind kCounted = {[](void* object) { closed += *static_cast<int*>(object); }};
-constexpr HandleKind kOther = {nullptr};
+constexpr HandleKind kOther = {nullptr, true};
 
 TEST(PosixHandle, GivesEveryObjectAHandleOfItsOwn) {
   std::vector<int> objects(5000, 1);

@@ -9,6 +9,7 @@
 #include "platform/posix/file.h"
 #include "platform/posix/native.h"
 #include "platform/posix/terminal.h"
+#include "platform/posix/unload.h"
 
 namespace posix_layer {
 namespace {
@@ -150,6 +151,12 @@ bool FindCells(HANDLE output, COORD position, DWORD count, CellRun* run) {
 }
 
 }  // namespace
+
+void EndConsole() {
+  free(cells.attributes);
+  cells = {};
+}
+
 }  // namespace posix_layer
 
 BOOL GetConsoleScreenBufferInfo(HANDLE output, CONSOLE_SCREEN_BUFFER_INFO* info) {

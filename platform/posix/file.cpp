@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdio_ext.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -12,8 +13,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/posix/fork.h"
 #include "platform/posix/handle.h"
 #include "platform/posix/native.h"
+#include "platform/posix/sharing.h"
+#include "platform/posix/unload.h"
 
 namespace posix_layer {
 namespace {
@@ -25,7 +29,7 @@ struct Stream {
 Stream streams[] = {{STDIN_FILENO, nullptr}, {STDOUT_FILENO, nullptr}, {STDERR_FILENO, nullptr}};
 
 // They belong to the whole process: CloseHandle refuses them.
-constexpr HandleKind kStream = {nullptr};
+constexpr HandleKind kStream = {nullptr, true};
 
 // The files whose handle is open, by their inode.
 constexpr uint32_t kBuckets = 64;
@@ -38,6 +42,10 @@ void CloseFile(void* object) {
   File** link = BucketOf(file->identity);
   while (*link != file) link = &(*link)->next;
   *link = file->next;
+  // What goes on with the description may outlive the handle: a mapping, a view, or a child. A
+  // child itself leaves the description of its parent alone.
+  bool lasts = hasForked || file->references > 1 || IsMappedBeyond(file->identity, 0);
+  if (lasts && file->uses && file->origin == generation) EndClaim(file->descriptor);
   ReleaseFile(file);
 }
 
@@ -47,10 +55,14 @@ constexpr HandleKind kFile = {CloseFile};
 struct Request {
   DWORD uses, share;
   DWORD disposition;
-  int flags;  // of open: O_RDONLY, O_WRONLY or O_RDWR, and O_APPEND
-  bool onlyRegular;
+  int flags;   // of open: O_RDONLY, O_WRONLY or O_RDWR, and O_APPEND
+  bool lasts;  // others see it until it is closed; for regular files alone
   unsigned mode;  // permissions of a new file
 };
+
+DWORD Denied(const Request& request) {
+  return (FILE_SHARE_READ | FILE_SHARE_WRITE) & ~request.share;
+}
 
 bool Truncates(const Request& request) {
   return request.disposition == CREATE_ALWAYS || request.disposition == TRUNCATE_EXISTING;
@@ -75,11 +87,14 @@ int OpenOrMake(const char* path, const Request& request, bool* found) {
   constexpr int kAttempts = 16;  // others may make and remove the file meanwhile
   // Something else than a file is to be refused and not to be waited for.
   int flags = request.flags | O_CLOEXEC | O_NOCTTY | O_LARGEFILE;
-  if (request.onlyRegular) flags |= O_NONBLOCK;
+  if (request.lasts) flags |= O_NONBLOCK;
   for (int i = 0; i < kAttempts; ++i) {
     *found = request.disposition != CREATE_NEW;
     if (*found) {
       int descriptor = open(path, flags);
+      if (descriptor < 0 && errno == EACCES && request.uses == FILE_SHARE_WRITE && request.lasts) {
+        descriptor = open(path, (flags & ~O_ACCMODE) | O_WRONLY);  // nobody may read it
+      }
       if (descriptor >= 0 || errno != ENOENT) return descriptor;
       if (request.disposition == OPEN_EXISTING || request.disposition == TRUNCATE_EXISTING) {
         return -1;
@@ -120,49 +135,96 @@ DWORD OpenError(const char* path, int number) {
   }
 }
 
-int ResizeTo(int descriptor, uint64_t size) {
-  NoWriteSignals guard;
-  int result;
-  do {
-    result = ftruncate64(descriptor, static_cast<off64_t>(size));
-  } while (result != 0 && errno == EINTR);
-  return result == 0 ? 0 : errno;
+// Whether no other process has an open that stands against this one. An open that lasts stands
+// against theirs from now on.
+bool MayShareWithOthers(int descriptor, const Request& request) {
+  if (request.uses == 0) return true;
+  return request.lasts ? Claim(descriptor, request.uses, Denied(request))
+                       : !IsDisputed(descriptor, request.uses, Denied(request));
 }
 
 // Whether an opened file may be used as asked, and empties it where the disposition says so.
 // ERROR_SUCCESS or the error.
-DWORD Admit(int descriptor, const struct statx& facts, const Request& request, bool found) {
+DWORD Admit(int descriptor, const struct statx& facts, const Request& request, bool found,
+            bool shared) {
   bool regular = S_ISREG(facts.stx_mode);
-  if (S_ISDIR(facts.stx_mode) || (request.onlyRegular && !regular)) return ERROR_ACCESS_DENIED;
-  if (!found || !regular) return ERROR_SUCCESS;
+  if (S_ISDIR(facts.stx_mode) || (request.lasts && !regular)) return ERROR_ACCESS_DENIED;
+  if (!regular) return ERROR_SUCCESS;
+  // Another one may have opened what was made here a moment ago.
+  if (!found) return shared ? ERROR_SUCCESS : ERROR_SHARING_VIOLATION;
   // A file that nobody may write is closed to those as well whom the system would let pass.
   bool writes = request.uses & FILE_SHARE_WRITE || Truncates(request);
   if (writes && AttributesFrom(facts) & FILE_ATTRIBUTE_READONLY) return ERROR_ACCESS_DENIED;
   FileIdentity identity = IdentityOf(facts);
-  if (!MayShare(identity, request)) return ERROR_SHARING_VIOLATION;
+  if (!shared || !MayShare(identity, request)) return ERROR_SHARING_VIOLATION;
   if (!Truncates(request)) return ERROR_SUCCESS;
   if (IsMappedBeyond(identity, 0)) return ERROR_USER_MAPPED_FILE;
-  return ErrorFromErrno(ResizeTo(descriptor, 0));
+  return Resize(descriptor, 0);
 }
 
 // Opens `name` as asked. Returns a descriptor, or -1 with the last error set.
 int Open(const char* name, const Request& request, struct statx* facts, bool* found) {
   NativePath path;
   if (!ToNative(name, &path)) return -1;
-  int descriptor = OpenAbove(path.text, request, found);
-  if (descriptor < 0) return Fail(OpenError(path.text, errno)), -1;
-  int number = Look(descriptor, facts);
-  DWORD error = number ? ErrorFromErrno(number) : Admit(descriptor, *facts, request, *found);
-  if (error == ERROR_SUCCESS) return descriptor;
-  close(descriptor);
-  if (!*found) unlink(path.text);  // an open that fails makes no file
-  return Fail(error), -1;
+  for (int attempts = 16;; --attempts) {
+    int descriptor = OpenAbove(path.text, request, found);
+    if (descriptor < 0) return Fail(OpenError(path.text, errno)), -1;
+    // Nobody deletes a file any more that is shared; one that is gone by then was deleted before.
+    bool shared = MayShareWithOthers(descriptor, request);
+    int number = Look(descriptor, facts);
+    bool gone = number == 0 && facts->stx_nlink == 0 && attempts > 1;
+    DWORD error = ERROR_SUCCESS;
+    if (number != 0) {
+      error = ErrorFromErrno(number);
+    } else if (!gone) {
+      error = Admit(descriptor, *facts, request, *found, shared);
+      if (error == ERROR_SUCCESS) return descriptor;
+    }
+    close(descriptor);
+    if (gone) continue;
+    // An open that fails makes no file, unless somebody uses it by now.
+    if (!*found && error != ERROR_SHARING_VIOLATION) unlink(path.text);
+    return Fail(error), -1;
+  }
 }
 
-int OpenFlags(DWORD uses, bool truncates) {
-  if (uses == (FILE_SHARE_READ | FILE_SHARE_WRITE)) return O_RDWR;
-  if (uses == FILE_SHARE_WRITE) return O_WRONLY;
-  return truncates ? O_RDWR : O_RDONLY;
+// What only writes and lasts is opened for reading as well: claims need that.
+int OpenFlags(const Request& request) {
+  if (request.uses == FILE_SHARE_WRITE && !request.lasts) return O_WRONLY;
+  bool writes = request.uses & FILE_SHARE_WRITE || (request.lasts && Truncates(request));
+  return writes ? O_RDWR : O_RDONLY;
+}
+
+// The streams of OpenStream that are open.
+struct OpenedStream {
+  FILE* stream;
+  uint32_t origin;  // the generation that opened it
+  OpenedStream* next;
+};
+OpenedStream* openedStreams = nullptr;
+
+// Where the note of a stream hangs, or the end of the list.
+OpenedStream** NoteOf(FILE* stream) {
+  OpenedStream** link = &openedStreams;
+  while (*link && (*link)->stream != stream) link = &(*link)->next;
+  return link;
+}
+
+bool IsInheritedStream(FILE* stream) {
+  const OpenedStream* note = *NoteOf(stream);
+  return note && note->origin != generation;
+}
+
+// Notes who opened a stream. One that was closed behind the layer's back may have left its note.
+bool NoteStream(FILE* stream) {
+  OpenedStream** link = NoteOf(stream);
+  if (!*link) {
+    *link = static_cast<OpenedStream*>(calloc(1, sizeof(OpenedStream)));
+    if (!*link) return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    (*link)->stream = stream;
+  }
+  (*link)->origin = generation;
+  return true;
 }
 
 constexpr int64_t kSecondsTo1970 = 11'644'473'600;
@@ -211,8 +273,8 @@ int WriteAll(int descriptor, const void* data, size_t size, size_t* written) {
   while (size > 0) {
     ssize_t count = write(descriptor, at, size);
     if (count < 0 && errno == EAGAIN) {  // made so by another process that has the same file
-      pollfd room = {descriptor, POLLOUT, 0};
-      poll(&room, 1, -1);
+      pollfd event = {descriptor, POLLOUT, 0};
+      poll(&event, 1, -1);
     } else if (count < 0 && errno != EINTR) {
       return errno;
     } else if (count > 0) {
@@ -241,6 +303,24 @@ bool IsOpen(const FileIdentity& identity) {
     if (file->identity == identity) return true;
   }
   return false;
+}
+
+void EndFiles() {
+  for (Stream& stream : streams) stream.handle = nullptr;
+  while (OpenedStream* note = openedStreams) {
+    openedStreams = note->next;
+    free(note);
+  }
+}
+
+void SettleMapped(const FileIdentity& identity) {
+  if (hasForked || IsMappedBeyond(identity, 0)) return;  // a child may have it mapped
+  for (File* file = *BucketOf(identity); file; file = file->next) {
+    if (!(file->identity == identity) || !file->claimsMapped || file->origin != generation)
+      continue;
+    EndMappedClaim(file->descriptor);
+    file->claimsMapped = false;
+  }
 }
 
 void TimesOf(const struct statx& facts, FILETIME* creation, FILETIME* access, FILETIME* write) {
@@ -278,9 +358,9 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBU
   }
   const unsigned mode = attributes & FILE_ATTRIBUTE_TEMPORARY ? 0600 : 0666;
   Request request = {uses, share, disposition, 0, true, mode};
-  request.flags = OpenFlags(uses, Truncates(request));
+  request.flags = OpenFlags(request);
   // Everything that can fail comes before a file is made or emptied.
-  if (!ReserveHandles(1)) return INVALID_HANDLE_VALUE;
+  if (!WatchForks() || !ReserveHandles(1)) return INVALID_HANDLE_VALUE;
   File* file = static_cast<File*>(malloc(sizeof(File)));
   if (!file) return Fail(ERROR_NOT_ENOUGH_MEMORY), INVALID_HANDLE_VALUE;
   struct statx facts;
@@ -291,7 +371,7 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBU
     return INVALID_HANDLE_VALUE;
   }
   File** bucket = BucketOf(IdentityOf(facts));
-  *file = {IdentityOf(facts), descriptor, 1, access, uses, share, 0, *bucket};
+  *file = {IdentityOf(facts), descriptor, 1, access, uses, share, 0, *bucket, generation, false};
   *bucket = file;
   bool always = disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
   SetLastError(found && always ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
@@ -333,8 +413,8 @@ BOOL SetEndOfFile(HANDLE handle) {
       return Fail(ERROR_USER_MAPPED_FILE);
     }
   }
-  int number = ResizeTo(file->descriptor, file->position);
-  return number == 0 || Fail(ErrorFromErrno(number));
+  DWORD error = Resize(file->descriptor, file->position);
+  return error == ERROR_SUCCESS || Fail(error);
 }
 
 BOOL GetFileTime(HANDLE handle, FILETIME* creation, FILETIME* access, FILETIME* write) {
@@ -420,14 +500,47 @@ FILE* OpenStream(const char* name, const char* mode) {
                                           : CREATE_ALWAYS;
   // Streams share everything and are not counted among the opens: nobody tells of their end.
   Request request = {uses, FILE_SHARE_READ | FILE_SHARE_WRITE, disposition, 0, false, 0666};
-  request.flags = OpenFlags(uses, false) | (mode[0] == 'a' ? O_APPEND : 0);
+  request.flags = OpenFlags(request) | (mode[0] == 'a' ? O_APPEND : 0);
+  if (!WatchForks()) return nullptr;
   struct statx facts;
   bool found;
   int descriptor = Open(name, request, &facts, &found);
   if (descriptor < 0) return nullptr;
   FILE* stream = fdopen(descriptor, mode);
-  if (stream) return stream;
-  int number = errno;
-  close(descriptor);
-  return Fail(ErrorFromErrno(number)), nullptr;
+  if (!stream) {
+    int number = errno;
+    close(descriptor);
+    return Fail(ErrorFromErrno(number)), nullptr;
+  }
+  if (NoteStream(stream)) return stream;
+  fclose(stream);
+  return nullptr;
+}
+
+void CloseStream(FILE* stream) {
+  using namespace posix_layer;
+  OpenedStream** link = NoteOf(stream);
+  bool inherited = IsInheritedStream(stream);
+  if (OpenedStream* note = *link) {
+    *link = note->next;
+    free(note);
+  }
+  if (inherited) {
+    // Neither are bytes written that the parent has still to write, nor is its position moved.
+    __fpurge(stream);
+    int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (nowhere >= 0) {
+      dup2(nowhere, fileno(stream));
+      close(nowhere);
+    }
+  }
+  fclose(stream);
+}
+
+bool IsInherited(HANDLE file, FILE* stream) {
+  using namespace posix_layer;
+  DWORD before = GetLastError();
+  const File* opened = file ? FileOf(file) : nullptr;
+  SetLastError(before);
+  return (opened && opened->origin != generation) || (stream && IsInheritedStream(stream));
 }

@@ -47,6 +47,8 @@ struct File {
   DWORD share;        // what others may do
   uint64_t position;  // of SetFilePointer
   File* next;         // in the list of those whose handle is open
+  uint32_t origin;    // the generation that opened it (fork.h)
+  bool claimsMapped;  // ClaimMapped
 };
 
 // The file behind a handle, or null after setting ERROR_INVALID_HANDLE.
@@ -60,6 +62,9 @@ bool IsOpen(const FileIdentity& identity);
 
 // Whether a mapping of the file, or a view, reaches beyond its first `size` bytes (in mapping.cpp).
 bool IsMappedBeyond(const FileIdentity& identity, uint64_t size);
+
+// Tells other processes that nothing of the file is mapped any more, if that is so.
+void SettleMapped(const FileIdentity& identity);
 
 // The times of a file; any of the three may be null. Without a creation time it is that of the last
 // write.

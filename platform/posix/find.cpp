@@ -15,8 +15,6 @@
 namespace posix_layer {
 namespace {
 
-constexpr HandleKind kSearchKind = {nullptr};
-
 enum class Detail {
   kAll,          // attributes, sizes and times: a look at every entry that is handed out
   kNames,        // the directory bit alone
@@ -104,10 +102,13 @@ bool Advance(Search* search, WIN32_FIND_DATAA* data) {
   return false;
 }
 
-void EndSearch(Search* search) {
+void EndSearch(void* object) {
+  Search* search = static_cast<Search*>(object);
   ReleaseDirectory(search->directory);
   free(search);
 }
+
+constexpr HandleKind kSearchKind = {EndSearch, true};
 
 // A search of the directory `path` (native, `length` bytes with its last separator, or none for the
 // current directory) that has not begun; null with the last error set. A relative directory is

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "platform/posix/native.h"
+#include "platform/posix/unload.h"
 
 namespace posix_layer {
 namespace {
@@ -44,7 +45,26 @@ void Release(Slot* slot) {
   ++freeCount;
 }
 
+void End(Slot* slot) {
+  const HandleKind* kind = slot->kind;
+  void* object = slot->object;
+  Release(slot);
+  if (kind->end) kind->end(object);
+}
+
 }  // namespace
+
+void EndHandles() {
+  for (uint32_t index = 1; index < used; ++index) {
+    if (slots[index].kind) End(&slots[index]);
+  }
+  free(slots);
+  slots = nullptr;
+  capacity = 0;
+  used = 1;
+  firstFree = 0;
+  freeCount = 0;
+}
 
 bool ReserveHandles(uint32_t count) {
   if (freeCount >= count || used + (count - freeCount) <= capacity) return true;
@@ -94,10 +114,7 @@ void* TakeHandle(HANDLE handle, const HandleKind& kind) {
 BOOL CloseHandle(HANDLE handle) {
   if (handle == GetCurrentProcess()) return TRUE;
   posix_layer::Slot* slot = posix_layer::Find(handle);
-  if (!slot || !slot->kind->close) return posix_layer::Fail(ERROR_INVALID_HANDLE);
-  void (*close)(void*) = slot->kind->close;
-  void* object = slot->object;
-  posix_layer::Release(slot);
-  close(object);
+  if (!slot || slot->kind->kept) return posix_layer::Fail(ERROR_INVALID_HANDLE);
+  posix_layer::End(slot);
   return TRUE;
 }

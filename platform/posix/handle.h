@@ -11,9 +11,8 @@ namespace posix_layer {
 // What a handle stands for. Each family defines its kinds as constants and is told apart by their
 // addresses.
 struct HandleKind {
-  // Ends the object when CloseHandle takes its handle away. Null: CloseHandle refuses such a
-  // handle.
-  void (*close)(void* object);
+  void (*end)(void* object);  // ends the object of a handle that is closed; null: nothing to end
+  bool kept = false;          // CloseHandle refuses such a handle
 };
 
 // Makes room for `count` more handles, so that opening them cannot fail. False after setting

@@ -9,8 +9,11 @@
 #include <cstdlib>
 
 #include "platform/posix/file.h"
+#include "platform/posix/fork.h"
 #include "platform/posix/handle.h"
 #include "platform/posix/native.h"
+#include "platform/posix/sharing.h"
+#include "platform/posix/unload.h"
 
 namespace posix_layer {
 namespace {
@@ -65,6 +68,7 @@ void FetchGrowth(const Mapping& mapping, char* view) {
 void CloseMapping(void* object) {
   Mapping* mapping = static_cast<Mapping*>(object);
   Leave(&mapping->extent);
+  SettleMapped(mapping->extent.file);
   if (mapping->file) ReleaseFile(mapping->file);
   free(mapping);
 }
@@ -105,21 +109,22 @@ int AppendZeroes(int descriptor, uint64_t from, uint64_t to) {
 
 // Makes sure that the first `size` bytes of a file are there and have their place on the disk: a
 // page without one would end the process when it is written to. Only what is missing is touched;
-// on a failure the file gets its old size back. Returns 0 or the errno.
-int Provide(int descriptor, uint64_t size, const struct statx& facts) {
+// on a failure the file gets its old size back. ERROR_SUCCESS or the error.
+DWORD Provide(int descriptor, uint64_t size, const struct statx& facts) {
   const uint64_t before = facts.stx_size;
   // With fewer blocks than it has bytes the file has holes, or it is compressed.
   const uint64_t placed = facts.stx_blocks * 512 < std::min(before, size) ? 0 : before;
-  if (placed >= size) return 0;
+  if (placed >= size) return ERROR_SUCCESS;
   NoWriteSignals guard;
   int number = Allocate(descriptor, placed, size);
   if (number == EOPNOTSUPP || number == ENOSYS) {
     number = AppendZeroes(descriptor, before, size);
   }
-  if (number != 0 && size > before && ftruncate64(descriptor, static_cast<off64_t>(before)) != 0) {
-    return errno;
-  }
-  return number;
+  if (number == 0 || size <= before) return ErrorFromErrno(number);
+  // What another process has mapped of it meanwhile stays.
+  DWORD error = Resize(descriptor, before);
+  bool told = error == ERROR_SUCCESS || error == ERROR_USER_MAPPED_FILE;
+  return told ? ErrorFromErrno(number) : error;
 }
 
 // Finds the size of a mapping of `size` bytes (0: all) of a file, and extends the file where that
@@ -139,7 +144,7 @@ DWORD SizeFor(const File& file, DWORD protection, DWORD size, uint64_t* before, 
   if (*result == 0) return ERROR_FILE_INVALID;
   if (*result > kMostBytes) return ERROR_NOT_ENOUGH_MEMORY;
   if (protection == PAGE_READWRITE) {
-    return ErrorFromErrno(Provide(file.descriptor, *result, facts));
+    return Provide(file.descriptor, *result, facts);
   }
   return *result > facts.stx_size ? ERROR_NOT_ENOUGH_MEMORY : ERROR_SUCCESS;
 }
@@ -172,6 +177,13 @@ bool BindMemory(DWORD protection, bool reserve, DWORD size, Mapping* mapping) {
   return true;
 }
 
+// Whether another process has cut the file before it could see that it is mapped.
+bool WasCut(const File& file, uint64_t size) {
+  struct statx facts;
+  return file.share & FILE_SHARE_WRITE && Look(file.descriptor, &facts) == 0 &&
+         facts.stx_size < size;
+}
+
 // Fills a mapping of a file; false with the last error set.
 bool BindFile(HANDLE handle, DWORD protection, DWORD size, Mapping* mapping) {
   File* file = FileOf(handle);
@@ -179,8 +191,13 @@ bool BindFile(HANDLE handle, DWORD protection, DWORD size, Mapping* mapping) {
   DWORD needed = GENERIC_READ | (protection == PAGE_READWRITE ? GENERIC_WRITE : 0);
   if ((file->access & needed) != needed) return Fail(ERROR_ACCESS_DENIED);
   uint64_t before, total;
-  DWORD error = SizeFor(*file, protection, size, &before, &total);
-  if (error != ERROR_SUCCESS) return Fail(error);
+  DWORD error;
+  do {
+    error = SizeFor(*file, protection, size, &before, &total);
+    if (error != ERROR_SUCCESS) return Fail(error);
+    if (!ClaimMapped(file->descriptor, total)) return Fail(ERROR_SHARING_VIOLATION);
+    file->claimsMapped = true;
+  } while (WasCut(*file, total));
   ++file->references;
   *mapping = {{file->identity, static_cast<size_t>(total), nullptr, nullptr},
               file,
@@ -270,6 +287,10 @@ char* Place(char* base, size_t size, const Way& way) {
 
 }  // namespace
 
+void EndViews() {
+  while (extents) UnmapViewOfFile(extents->base);
+}
+
 bool IsMappedBeyond(const FileIdentity& identity, uint64_t size) {
   for (const Extent* extent = extents; extent; extent = extent->next) {
     if (extent->file == identity && extent->size > size) return true;
@@ -328,9 +349,14 @@ BOOL UnmapViewOfFile(const void* view) {
   Extent* extent = extents;
   while (extent && (!extent->base || extent->base != view)) extent = extent->next;
   if (!extent) return Fail(ERROR_INVALID_ADDRESS);
-  munmap(extent->base, extent->size);
+  if (munmap(extent->base, extent->size) != 0) {
+    // Without memory for a part of what the system has joined: the file is let go of at least.
+    mmap(extent->base, extent->size, PROT_NONE,
+         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
+  }
   roomEnd = reinterpret_cast<uintptr_t>(extent->base) + RoundUp(extent->size, kGranularity);
   Leave(extent);
+  SettleMapped(extent->file);
   free(extent);
   return TRUE;
 }

@@ -18,6 +18,7 @@
 
 #include "platform/posix/handle.h"
 #include "platform/posix/native.h"
+#include "platform/posix/unload.h"
 
 namespace posix_layer {
 namespace {
@@ -167,6 +168,14 @@ bool Launch(const char* application, const CommandWords& words, pid_t* child) {
 }
 
 }  // namespace
+
+void EndProcesses() {
+  ReapOrphans();
+  while (Process* process = orphans) {
+    orphans = process->next;
+    free(process);
+  }
+}
 
 bool SplitCommandLine(const char* line, CommandWords* result) {
   // At most every other byte begins a word; each word ends with a zero byte of its own.

@@ -11,6 +11,7 @@
 
 #include "platform/posix/file.h"
 #include "platform/posix/native.h"
+#include "platform/posix/sharing.h"
 
 namespace posix_layer {
 namespace {
@@ -40,6 +41,13 @@ UINT MakeNumbered(char* path, char* digits) {
     if (errno != EEXIST && errno != EINTR) return Fail(ErrorFromErrno(errno)), 0;
   }
   return Fail(ERROR_FILE_EXISTS), 0;
+}
+
+// A descriptor of a file that is to be deleted, to ask who uses it; -1 where nobody may open it.
+int OpenToDelete(const char* path) {
+  constexpr int kFlags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW | O_LARGEFILE;
+  int descriptor = open(path, O_RDONLY | kFlags);
+  return descriptor >= 0 ? descriptor : open(path, O_WRONLY | kFlags);
 }
 
 }  // namespace
@@ -104,5 +112,16 @@ BOOL DeleteFileA(const char* name) {
     if (IsOpen(IdentityOf(facts))) return Fail(ERROR_SHARING_VIOLATION);
     if (IsMappedBeyond(IdentityOf(facts), 0)) return Fail(ERROR_ACCESS_DENIED);
   }
-  return unlink(path.text) == 0 || Fail(MissingError(path.text, errno));
+  // Others are kept out until the file is gone.
+  int descriptor = S_ISREG(facts.stx_mode) ? OpenToDelete(path.text) : -1;
+  DWORD error = ERROR_SUCCESS;
+  if (descriptor >= 0 && !Claim(descriptor, 0, FILE_SHARE_READ | FILE_SHARE_WRITE)) {
+    error = ERROR_SHARING_VIOLATION;
+  } else if (descriptor >= 0 && IsMappedElsewhere(descriptor)) {
+    error = ERROR_ACCESS_DENIED;
+  } else if (unlink(path.text) != 0) {
+    error = MissingError(path.text, errno);
+  }
+  if (descriptor >= 0) close(descriptor);
+  return error == ERROR_SUCCESS || Fail(error);
 }

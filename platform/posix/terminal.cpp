@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "platform/posix/file.h"
+#include "platform/posix/fork.h"
 #include "platform/posix/native.h"
 
 namespace posix_layer {
@@ -45,6 +46,7 @@ constexpr Undo kUndo[] = {
 // Read in signal handlers. The device is set before `changed` is.
 volatile sig_atomic_t changed = kNothing;  // what has to be put back
 uint32_t deviceMajor, deviceMinor;         // on this terminal
+uint32_t changedBy;                        // by a process of this generation (fork.h)
 bool guarded = false;                      // the end of the process is watched
 
 // Waits for the event until the time that began at `begun` is over.
@@ -132,6 +134,7 @@ bool Ask(int terminal, const termios& before, COORD* position) {
 // Writes what puts the terminal back, if it is still behind a standard stream: a file that has
 // taken its place stays as it is. Runs in signal handlers, too.
 void PutBack(int what) {
+  if (changedBy != generation) return;  // the parent puts back what it has changed
   char text[64];
   size_t length = 0;
   for (const Undo& undo : kUndo) {
@@ -163,7 +166,7 @@ void OnDeadlySignal(int number) {
 
 // At the normal end of the process, or when the library is unloaded.
 void OnEnd() {
-  if (changed & ~kColours) fflush(stdout);
+  if (changedBy == generation && changed & ~kColours) fflush(stdout);
   PutBack(kEverything & ~kColours);
   for (int number : kDeadly) {
     struct sigaction current;
@@ -176,7 +179,7 @@ void OnEnd() {
 
 bool Guard() {
   if (guarded) return true;
-  if (atexit(OnEnd) != 0) return false;
+  if (!WatchForks() || atexit(OnEnd) != 0) return false;
   struct sigaction action = {};
   action.sa_handler = OnDeadlySignal;
   action.sa_flags = SA_ONSTACK;
@@ -196,6 +199,8 @@ bool Guard() {
 bool Note(int terminal) {
   struct statx facts;
   if (Look(terminal, &facts) != 0 || !Guard()) return false;
+  if (changedBy != generation) changed = kNothing;
+  changedBy = generation;
   deviceMajor = facts.stx_rdev_major;
   deviceMinor = facts.stx_rdev_minor;
   return true;

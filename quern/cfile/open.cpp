@@ -99,10 +99,10 @@ bool OpenStreamed(FileObject* file, const char* name, uint32_t flags) {
   long end = fseek(stream, 0, SEEK_END) == 0 ? ftell(stream) : -1;
   if (end < 0) {
     ErrRaise(kModule, 218, 20);
-    fclose(stream);
+    CloseStream(stream);
     return false;
   }
-  if (file->pStream) fclose(file->pStream);
+  if (file->pStream) CloseStream(file->pStream);
   file->pStream = stream;
   file->nStreamAux = 0;
   file->nSize = static_cast<uint32_t>(end);
@@ -145,7 +145,7 @@ uint32_t GrowthOf(uint32_t flags, uint32_t size) {
 
 void CloseHandles(FileObject* file) {
   if (file->hFile) CloseHandle(file->hFile);
-  if (file->pStream) fclose(file->pStream);
+  if (file->pStream) CloseStream(file->pStream);
   DropBackup(file);
   free(file->pName);
   file->hFile = nullptr;
@@ -188,7 +188,7 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
   if (flags == FO_EXISTS) {
     FILE* stream = name ? OpenStream(name, "rb") : nullptr;
     if (!stream) return nullptr;
-    fclose(stream);
+    CloseStream(stream);
     static FileObject exists;  // any address will do
     return &exists;
   }
@@ -240,7 +240,7 @@ uint32_t FileClass(uintptr_t argument) {
   FileObject* file = CurrentFile;
   if (!file) return 0;
   if (file->hMap || file->hExtMap) FileMap(0);
-  if (file->fFlags & FO_WRITE) SetEnd(file);
+  if (file->fFlags & FO_WRITE && !IsInherited(file->hFile, file->pStream)) SetEnd(file);
   CloseHandles(file);
   for (InstanceHeader* at = ClassLists[kScanClass]; at; at = at->pNext) {
     auto* scanner = reinterpret_cast<FileScanner*>(at);
@@ -262,6 +262,10 @@ int32_t FileRevert() {
   FileObject* file = CurrentFile;
   if (!file) return ErrRaise(kModule, 301, 1);
   file->nReverted = 1;
+  if (IsInherited(file->hFile, file->pStream)) {  // the parent's to revert
+    FileClass(reinterpret_cast<uintptr_t>(file));
+    return 0;
+  }
   if (file->pView) FileMap(0);
   DWORD ignored;
   Cut(file->hFile, file->nOpenSize, &ignored);

@@ -24,8 +24,8 @@ constexpr char kModule[] = "cscan";
 constexpr uint32_t kLineBlock = 256;  // granules
 constexpr uint32_t kValueBlock = 128;
 
-// Blocks of streamed texts whose scanners are gone: tokens may point into them, so that they stay,
-// within reach, until the process ends.
+// Blocks of streamed texts whose scanners are gone: tokens may point into them, so that they stay
+// until the process ends or the library is unloaded.
 struct Retired {
   Retired* next;
   char* block;
@@ -132,6 +132,14 @@ bool TakeText(Scanner* scanner) {
 }
 
 }  // namespace
+
+void ScanFreeRetired() {
+  while (Retired* entry = retired) {
+    retired = entry->next;
+    free(entry->block);
+    free(entry);
+  }
+}
 
 Scanner* ScanSelect(void* object) {
   auto* scanner =

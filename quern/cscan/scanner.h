@@ -93,4 +93,7 @@ uint32_t ScanReadLine();
 // source stays valid, since tokens point into it.
 uint32_t ScanClass(uintptr_t argument);
 
+// Frees the blocks that stayed. For the end of the library.
+void ScanFreeRetired();
+
 }  // namespace quern
