@@ -10,6 +10,7 @@
 #include <fstream>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/win32.h"
 #include "quern/cerr.h"
@@ -380,6 +381,58 @@ TEST(File, StreamsWithoutASize) {
   file = FileSelect(nullptr);
   file->fFlags = FO_WRITE;
   EXPECT_EQ(Close(), "04");
+}
+
+// A child that ends, collects or reverts: no size, no byte, no position and no lock of its parent's
+// files changes, and its error stack is empty. What it opens itself works.
+TEST(File, AForkedChildLeavesItsParentsFilesAlone) {
+  Tree tree;
+  std::string folder = tree.Path("t"), name = tree.Path("f");
+  tree.Dir("t/" + folder.substr(1));
+  setenv("TMPDIR", folder.c_str(), 1);
+  constexpr int kFiles = 24;  // more than the stack has entries
+  std::vector<FileObject*> files;
+  for (int i = 0; i < kFiles; ++i) {
+    tree.File("f" + std::to_string(i), "12345");
+    uint32_t flags = FO_MAPPED | FO_WRITE | (i == 0 ? FO_BACKUP : 0);
+    files.push_back(FileOpen(nullptr, (name + std::to_string(i)).c_str(), flags));
+    ASSERT_EQ(FileAppendf("678"), 3);
+  }
+  tree.File("s", "stream");
+  FileObject* stream = FileOpen(nullptr, tree.Path("s").c_str(), FO_WRITE);
+  ASSERT_TRUE(stream && files[0]->pszBackup);
+  fseek(stream->pStream, 2, SEEK_SET);
+  ASSERT_EQ(fgetc(stream->pStream), 'r');
+  fseek(stream->pStream, 0, SEEK_CUR);
+  ASSERT_EQ(fputc('!', stream->pStream), '!');
+  const off_t position = lseek(fileno(stream->pStream), 0, SEEK_CUR);
+  files.push_back(stream);
+  for (int way = 0; way < 3; ++way) {
+    std::string own = "own" + std::to_string(way);
+    int code = tavrix_test::InChild([&] {
+      FileOpen(nullptr, tree.Path(own).c_str(), FO_MAPPED | FO_CREATE);
+      FileAppendf("own");
+      for (FileObject* file : files) {
+        if (file != stream && memcmp(file->pView, "12345678", 8) != 0) return 1;
+        CurrentFile = file;
+        if (way == 1 && FileRevert() != 0) return 2;
+      }
+      if (way == 2) ClsGarbage(kFileTag);
+      return ErrCurrent && ErrCurrent->nCount ? 3 : 0;
+    });
+    EXPECT_EQ(code, 0) << way;
+    EXPECT_EQ(tree.Read(own), "own");
+    EXPECT_EQ(tree.Read("s"), "stream");
+    EXPECT_EQ(lseek(fileno(stream->pStream), 0, SEEK_CUR), position);
+    EXPECT_TRUE(std::filesystem::exists(files[0]->pszBackup));
+    for (int i = 0; i < kFiles; ++i) EXPECT_GT(tree.Read("f" + std::to_string(i)).size(), 8u) << i;
+    std::string program = TAVRIX_PROGRAM " append " + name + "7 more 2> " + tree.Path("reason");
+    EXPECT_EQ(system(program.c_str()), 0x100) << "the parent is still the only writer";
+  }
+  for (FileObject* file : files) FileClass(reinterpret_cast<uintptr_t>(file));
+  EXPECT_EQ(ClearedTrail(), "");
+  EXPECT_EQ(tree.Read("s"), "str!am");
+  for (int i = 0; i < kFiles; ++i) EXPECT_EQ(tree.Read("f" + std::to_string(i)), "12345678") << i;
 }
 
 size_t OpenDescriptors() {

@@ -1,10 +1,13 @@
 // Debug output: who hears it, and that it disturbs nobody.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 
@@ -107,6 +110,39 @@ TEST(PosixDebug, OutlivesAListenerThatWentAway) {
   OutputDebugStringA("again");
   EXPECT_EQ(read(reader, text, sizeof text), 5);
   close(reader);
+}
+
+// A pipe, a socket and a terminal behind standard error, and a pipe with a name. What a reader that
+// sleeps loses is whole lines.
+TEST(PosixDebug, WaitsForNoReader) {
+  Tree tree;
+  std::string path = tree.Path("pipe");
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  tavrix_test::EndAfter(20000, 3);
+  for (int kind = 0; kind < 4; ++kind) {
+    int ends[2];
+    ASSERT_EQ(kind == 0   ? pipe(ends)
+              : kind == 1 ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends)
+              : kind == 2 ? openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr)
+                          : (ends[0] = open(path.c_str(), O_RDWR), ends[1] = dup(ends[0]), 0),
+              0);
+    SetListener(kind == 3 ? path : "stderr");
+    int code = tavrix_test::InChild([&] {
+      dup2(ends[1], STDERR_FILENO);
+      for (int i = 100'000; i < 120'000; ++i)
+        OutputDebugStringA((std::to_string(i) + "\n").c_str());
+      return fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK;
+    });
+    EXPECT_EQ(code, 0) << kind;
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    std::string heard(200'000, '\0');
+    ssize_t count = read(ends[0], heard.data(), heard.size());
+    heard.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    EXPECT_TRUE(heard.starts_with("100000")) << kind;
+    EXPECT_TRUE(kind == 2 || heard.size() % 7 == 0) << kind;
+    close(ends[0]);
+    close(ends[1]);
+  }
 }
 
 }  // namespace

@@ -2,13 +2,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/win32.h"
@@ -269,6 +273,134 @@ TEST(PosixFile, ObeysWhatOthersShare) {
   EXPECT_EQ(tree.Read("file"), "text") << "refused before it is emptied";
   CloseHandle(reader);
   EXPECT_EQ(TryOpen(tree.Path("file"), kBoth, CREATE_ALWAYS, 0), ERROR_ALREADY_EXISTS);
+}
+
+// A process that opens what it is told to. It was forked before there was anything to inherit.
+class OtherProcess {
+ public:
+  struct Order {
+    char name[MAX_PATH];
+    DWORD access, share, disposition;
+    bool map;
+  };
+
+  OtherProcess() {
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0);
+    child_ = fork();
+    if (child_ == 0) Serve();
+  }
+  ~OtherProcess() { End(); }
+
+  // Opens a file, after closing the last one. The last error.
+  DWORD Try(const std::string& name, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING,
+            bool map = false) {
+    Order order = {"", access, share, disposition, map};
+    strcpy(order.name, name.c_str());
+    DWORD error = ~0u;
+    EXPECT_EQ(write(ends_[0], &order, sizeof order), ssize_t{sizeof order});
+    EXPECT_EQ(read(ends_[0], &error, sizeof error), ssize_t{sizeof error}) << "it has died";
+    return error;
+  }
+
+  void End() {
+    if (child_ <= 0) return;
+    kill(child_, SIGKILL);
+    waitpid(std::exchange(child_, 0), nullptr, 0);
+  }
+
+ private:
+  [[noreturn]] void Serve() {
+    HANDLE file = INVALID_HANDLE_VALUE;
+    Order order;
+    close(ends_[0]);
+    while (read(ends_[1], &order, sizeof order) == ssize_t{sizeof order}) {
+      if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+      SetLastError(0);
+      file = Open(order.name, order.access, order.share, order.disposition);
+      DWORD error = GetLastError();
+      if (order.map && file != INVALID_HANDLE_VALUE) {
+        HANDLE mapping = CreateFileMappingA(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+        MapViewOfFileEx(mapping, FILE_MAP_READ, 0, 0, 0, nullptr);
+        CloseHandle(mapping);
+        CloseHandle(std::exchange(file, INVALID_HANDLE_VALUE));
+      }
+      if (write(ends_[1], &error, sizeof error) < 0) break;
+    }
+    _exit(0);
+  }
+
+  int ends_[2];
+  pid_t child_;
+};
+
+TEST(PosixFile, ObeysWhatOtherProcessesShare) {
+  Tree tree;
+  OtherProcess other;
+  tree.File("file", "text");
+  std::string name = tree.Path("file");
+  constexpr DWORD kAccess[] = {0, GENERIC_READ, GENERIC_WRITE, kBoth};
+  for (int i = 0; i < 4 * 4 * 4 * 4; ++i) {
+    DWORD access = i & 3, share = i >> 2 & 3, nextAccess = i >> 4 & 3, nextShare = i >> 6 & 3;
+    HANDLE first = Open(name, kAccess[access], share);
+    ASSERT_NE(first, INVALID_HANDLE_VALUE) << i;
+    bool allowed = !access || !nextAccess || !((nextAccess & ~share) | (access & ~nextShare));
+    EXPECT_EQ(other.Try(name, kAccess[nextAccess], nextShare),
+              allowed ? 0 : ERROR_SHARING_VIOLATION)
+        << i;
+    EXPECT_EQ(other.Try("/proc/version", GENERIC_READ, kShareAll), 0u);
+    CloseHandle(first);
+  }
+  // Of a view alone the claim on what it was opened for is over; nobody cuts what it shows.
+  EXPECT_EQ(other.Try(name, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, true), 0u);
+  HANDLE file = Open(name, kBoth, 0);
+  ASSERT_NE(file, INVALID_HANDLE_VALUE);
+  for (LONG size : {3, 4, 5}) {
+    SetFilePointer(file, size, nullptr, FILE_BEGIN);
+    SetLastError(0);
+    EXPECT_EQ(SetEndOfFile(file), size > 3) << size;
+    EXPECT_EQ(GetLastError(), size > 3 ? 0 : ERROR_USER_MAPPED_FILE);
+  }
+  CloseHandle(file);
+  EXPECT_EQ(TryOpen(name, kBoth, CREATE_ALWAYS), ERROR_USER_MAPPED_FILE);
+  EXPECT_FALSE(OpenStream(name.c_str(), "wb") || DeleteFileA(name.c_str()));
+  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+  // Everything ends with its process, however that ends.
+  EXPECT_EQ(other.Try(name, kBoth, 0), 0u);
+  EXPECT_FALSE(DeleteFileA(name.c_str()));
+  EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+  EXPECT_EQ(TryOpen(name, kBoth, TRUNCATE_EXISTING), ERROR_SHARING_VIOLATION);
+  EXPECT_EQ(tree.Read("file"), std::string("text\0", 5));
+  other.End();
+  EXPECT_EQ(TryOpen(name, kBoth, TRUNCATE_EXISTING), 0u);
+  EXPECT_TRUE(DeleteFileA(name.c_str()));
+}
+
+// Programs that append one line each, all at the same time: what succeeds is there.
+TEST(PosixFile, KeepsTheLinesOfFortyWriters) {
+  Tree tree;
+  for (int round = 0; round < 3; ++round) {
+    std::vector<pid_t> writers;
+    for (int i = 0; i < 40; ++i) {
+      std::string line = "line " + std::to_string(i) + "\n", output = tree.Path(std::to_string(i));
+      writers.push_back(fork());
+      if (writers.back() != 0) continue;
+      dup2(open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+      execl(TAVRIX_PROGRAM, "tavrix", "append", tree.Path("f").c_str(), line.c_str(), nullptr);
+      _exit(99);
+    }
+    size_t size = 0;
+    for (int i = 0; i < 40; ++i) {
+      int status;
+      waitpid(writers[static_cast<size_t>(i)], &status, 0);
+      std::string line = "line " + std::to_string(i) + "\n", text = tree.Read("f");
+      bool there = text.starts_with(line) || text.find("\n" + line) != text.npos;
+      EXPECT_EQ(status, there ? 0 : 0x100);
+      if (there) size += line.size();
+      EXPECT_EQ(tree.Read(std::to_string(i)).find("(32)") == std::string::npos, there);
+    }
+    EXPECT_TRUE(size > 0 && tree.Read("f").size() == size) << "no byte but these";
+    tree.Remove("f");
+  }
 }
 
 TEST(PosixFile, TellsHundredsOfFilesApart) {

@@ -1,13 +1,17 @@
 // The handle table and the last error.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cerrno>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "platform/posix/handle.h"
 #include "platform/win32.h"
 #include "tests/support/call.h"
+#include "tests/support/tree.h"
 
 namespace {
 
@@ -56,6 +60,32 @@ TEST(PosixHandle, GrowsAsFarAsHandlesReach) {
   EXPECT_TRUE(ReserveHandles(4'000'000)) << "less than twice as many";
   EXPECT_FALSE(ReserveHandles(1 << 22));
   EXPECT_EQ(GetLastError(), ERROR_TOO_MANY_OPEN_FILES);
+}
+
+// With enumerations at their end and in the middle, and with errors that are pending.
+TEST(PosixHandle, UnloadingGivesEverythingBack) {
+  tavrix_test::Tree tree;
+  for (const char* file : {"a/1", "b/2", "b/c/3"}) tree.File(file);
+  std::string roots = tree.Path() + "/*";
+  auto cycle = [&roots](int names) {
+    void* library = dlopen(TAVRIX_LIBRARY, RTLD_NOW);
+    auto* list = reinterpret_cast<int32_t (*)(char*, const char*, const char*, uint32_t)>(
+        library ? dlsym(library, "XFileList") : nullptr);
+    ASSERT_TRUE(list) << dlerror();
+    char name[262];
+    while (names-- > 0 && list(name, roots.c_str(), nullptr, 0x80000000)) continue;
+    if (names > 0) list(name, std::string(300, 'r').c_str(), nullptr, 0);  // is reported at the end
+    ASSERT_EQ(dlclose(library), 0);
+    ASSERT_EQ(dlopen(TAVRIX_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr);
+  };
+  size_t bytes = 0;
+  int64_t descriptors = 0;
+  for (int i = 0; i < 300; ++i) {
+    if (i == 100) bytes = mallinfo2().uordblks, descriptors = tavrix_test::OpenDescriptors();
+    cycle(i % 6);
+  }
+  EXPECT_LE(mallinfo2().uordblks, bytes + 4000);
+  EXPECT_EQ(tavrix_test::OpenDescriptors(), descriptors);
 }
 
 TEST(PosixSystem, TellsItsVersionToARecordOfTheRightSize) {

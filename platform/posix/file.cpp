@@ -159,6 +159,7 @@ DWORD Admit(int descriptor, const struct statx& facts, const Request& request, b
   if (!shared || !MayShare(identity, request)) return ERROR_SHARING_VIOLATION;
   if (!Truncates(request)) return ERROR_SUCCESS;
   if (IsMappedBeyond(identity, 0)) return ERROR_USER_MAPPED_FILE;
+  SettleMapped(identity);
   return Resize(descriptor, 0);
 }
 
@@ -413,6 +414,7 @@ BOOL SetEndOfFile(HANDLE handle) {
       return Fail(ERROR_USER_MAPPED_FILE);
     }
   }
+  SettleMapped(file->identity);
   DWORD error = Resize(file->descriptor, file->position);
   return error == ERROR_SUCCESS || Fail(error);
 }

@@ -63,7 +63,8 @@ bool IsOpen(const FileIdentity& identity);
 // Whether a mapping of the file, or a view, reaches beyond its first `size` bytes (in mapping.cpp).
 bool IsMappedBeyond(const FileIdentity& identity, uint64_t size);
 
-// Tells other processes that nothing of the file is mapped any more, if that is so.
+// Ends the claims of what was mapped, if nothing of the file is mapped here any more. An open that
+// goes on keeps its claim until somebody asks: to end it at once would cost every close a call.
 void SettleMapped(const FileIdentity& identity);
 
 // The times of a file; any of the three may be null. Without a creation time it is that of the last

@@ -9,7 +9,6 @@
 #include <cstdlib>
 
 #include "platform/posix/file.h"
-#include "platform/posix/fork.h"
 #include "platform/posix/handle.h"
 #include "platform/posix/native.h"
 #include "platform/posix/sharing.h"
@@ -68,7 +67,6 @@ void FetchGrowth(const Mapping& mapping, char* view) {
 void CloseMapping(void* object) {
   Mapping* mapping = static_cast<Mapping*>(object);
   Leave(&mapping->extent);
-  SettleMapped(mapping->extent.file);
   if (mapping->file) ReleaseFile(mapping->file);
   free(mapping);
 }
@@ -177,27 +175,21 @@ bool BindMemory(DWORD protection, bool reserve, DWORD size, Mapping* mapping) {
   return true;
 }
 
-// Whether another process has cut the file before it could see that it is mapped.
-bool WasCut(const File& file, uint64_t size) {
-  struct statx facts;
-  return file.share & FILE_SHARE_WRITE && Look(file.descriptor, &facts) == 0 &&
-         facts.stx_size < size;
-}
-
 // Fills a mapping of a file; false with the last error set.
 bool BindFile(HANDLE handle, DWORD protection, DWORD size, Mapping* mapping) {
   File* file = FileOf(handle);
   if (!file) return false;
   DWORD needed = GENERIC_READ | (protection == PAGE_READWRITE ? GENERIC_WRITE : 0);
   if ((file->access & needed) != needed) return Fail(ERROR_ACCESS_DENIED);
-  uint64_t before, total;
-  DWORD error;
+  // What is there is only looked at once nobody cuts it any more.
+  uint64_t before, total = size, claimed;
   do {
-    error = SizeFor(*file, protection, size, &before, &total);
-    if (error != ERROR_SUCCESS) return Fail(error);
-    if (!ClaimMapped(file->descriptor, total)) return Fail(ERROR_SHARING_VIOLATION);
+    if (total > 0 && !ClaimMapped(file->descriptor, total)) return Fail(ERROR_SHARING_VIOLATION);
     file->claimsMapped = true;
-  } while (WasCut(*file, total));
+    claimed = total;
+    DWORD error = SizeFor(*file, protection, size, &before, &total);
+    if (error != ERROR_SUCCESS) return Fail(error);
+  } while (total > claimed);
   ++file->references;
   *mapping = {{file->identity, static_cast<size_t>(total), nullptr, nullptr},
               file,
@@ -356,7 +348,6 @@ BOOL UnmapViewOfFile(const void* view) {
   }
   roomEnd = reinterpret_cast<uintptr_t>(extent->base) + RoundUp(extent->size, kGranularity);
   Leave(extent);
-  SettleMapped(extent->file);
   free(extent);
   return TRUE;
 }

@@ -25,8 +25,8 @@ bool IsDisputed(int descriptor, DWORD uses, DWORD denies);
 bool Claim(int descriptor, DWORD uses, DWORD denies);
 void EndClaim(int descriptor);
 
-// Says that the first `size` bytes are mapped, until EndMappedClaim or the end of the description.
-// False while the file is being cut.
+// Says that the first `size` bytes are mapped, until EndMappedClaim or the end of the description;
+// a shorter claim leaves a longer one as it is. False while the file is being cut.
 bool ClaimMapped(int descriptor, uint64_t size);
 void EndMappedClaim(int descriptor);
 

@@ -111,6 +111,7 @@ BOOL DeleteFileA(const char* name) {
     }
     if (IsOpen(IdentityOf(facts))) return Fail(ERROR_SHARING_VIOLATION);
     if (IsMappedBeyond(IdentityOf(facts), 0)) return Fail(ERROR_ACCESS_DENIED);
+    SettleMapped(IdentityOf(facts));
   }
   // Others are kept out until the file is gone.
   int descriptor = S_ISREG(facts.stx_mode) ? OpenToDelete(path.text) : -1;
