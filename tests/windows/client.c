@@ -7,6 +7,7 @@
  * With the arguments "--late FILE" it is the program that XProcStart starts: it takes its time and
  * makes the file last.
  */
+#include <malloc.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -31,6 +32,7 @@ static const struct {
 #define FL_QUOTE 0x800000u
 
 static FARPROC exports[COUNT_OF(kExports) + 1]; /* by ordinal; [0] is not used */
+static HMODULE library;
 static int failures;
 
 static void Check(int holds, const char* what, const char* detail) {
@@ -82,7 +84,7 @@ static int32_t NextName(char* buffer, const char* roots, const char* patterns, u
 /* --- the export table ------------------------------------------------------------------------- */
 
 static int Bind(const char* path) {
-  HMODULE module = LoadLibraryA(path);
+  HMODULE module = library = LoadLibraryA(path);
   int ordinal;
   if (!module) {
     printf("FAILED: LoadLibrary %s: %lu\n", path, GetLastError());
@@ -358,13 +360,41 @@ static void CheckErrorInfo(const char* when) {
   Check(!strcmp(buffer, "untouched"), "a trail without a failure", buffer);
 }
 
+/* How many blocks the heap of the runtime that the library shares has, and the handles. */
+static unsigned long InUse(void) {
+  unsigned long count = 0;
+  DWORD handles = 0;
+  _HEAPINFO block = {0};
+  while (_heapwalk(&block) == _HEAPOK) count += block._useflag == _USEDENTRY;
+  GetProcessHandleCount(GetCurrentProcess(), &handles);
+  return count + handles;
+}
+
+/* Loads and unloads, with enumerations at their end and in the middle. */
+static void CheckUnloading(const char* path, const char* tree) {
+  char roots[kNameSize], name[kNameSize];
+  unsigned long before = 0;
+  int i, names;
+  snprintf(roots, sizeof roots, "%s\\*", tree);
+  for (i = 0; i < 300; ++i) {
+    HMODULE module = LoadLibraryA(path);
+    exports[kFileList] = GetProcAddress(module, "_XFileList@16");
+    for (names = i % 6; names > 0 && NextName(name, roots, NULL, FL_RECURSE) == 1;) --names;
+    FreeLibrary(module);
+    Check(!GetModuleHandleA(path), "unloading", "the library stays");
+    if (i == 100) before = InUse();
+  }
+  Check(InUse() <= before + 20, "unloading", "blocks or handles stay");
+}
+
 int main(int argc, char** argv) {
+  const char* path = argc > 1 ? argv[1] : "Tavrix32.dll";
   char temporary[MAX_PATH], tree[kNameSize];
   if (argc == 3 && !strcmp(argv[1], "--late")) {
     Sleep(300);
     return MakeFile(argv[2]) ? 5 : 6;
   }
-  if (!Bind(argc > 1 ? argv[1] : "Tavrix32.dll")) return 1;
+  if (!Bind(path)) return 1;
   GetTempPathA(sizeof temporary, temporary);
   snprintf(tree, sizeof tree, "%stavrix_client_%lu", temporary, GetCurrentProcessId());
 
@@ -373,8 +403,10 @@ int main(int argc, char** argv) {
   MakeTree(tree);
   CheckPrograms(tree);
   CheckLists(tree);
-  RemoveTree(tree);
   CheckErrorInfo("after the last call");
+  FreeLibrary(library);
+  CheckUnloading(path, tree);
+  RemoveTree(tree);
   puts(failures ? "FAILED" : "all checks hold");
   return failures != 0;
 }
