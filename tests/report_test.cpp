@@ -10,6 +10,7 @@
 
 #include "platform/win32.h"
 #include "quern/cerr.h"
+#include "quern/cfile.h"
 #include "quern/cobj.h"
 #include "tests/support/alloc.h"
 #include "tests/support/console.h"
@@ -199,12 +200,50 @@ TEST(Report, TextsOfMessagesAndTables) {
   EXPECT_STREQ(ErrFormat(31, "b"), "Failed to open b");  // until the next raise
   EXPECT_EQ(ErrFormat(61), nullptr);
   ErrThrow(0);
+  for (const char* gone : {static_cast<const char*>(nullptr), reinterpret_cast<const char*>(45)}) {
+    const MessageRow bare[] = {{40, gone, ERR_ERROR}, {50, "", 0}, {0, gone, ERR_ERROR}};
+    ErrSetTable(nullptr, bare);
+    std::string illegal = gone ? "0x0000002D" : "0x00000000";
+    for (uint32_t code : {40, 45}) {
+      ErrCurrent->nPending = 0;
+      EXPECT_EQ(ErrFormat(code, 5), nullptr);
+      EXPECT_EQ(push(code), "Reference by illegal pointer " + illegal);
+      ErrCurrent->nPending = 0;
+    }
+  }
   ErrCurrent->nPending = 0;
   EXPECT_STREQ(ErrFormat(Address("%s-%d"), "a", 7), "a-7");
 #ifndef _WIN32
   EXPECT_STREQ(ErrFormat(Address("%lc"), 0x7FFFFFFF), "%lc");  // the runtime refuses it
 #endif
   EXPECT_EQ(std::string(ErrFormat(Address("%510s"), "")).size(), 510u);
+}
+
+TEST(Report, NamesInBuiltInMessagesAreCut) {
+  ErrRaise(kModule, 1, 1);
+  const std::string name(600, 'n');
+  for (const MessageRow* row = MessageTable; row->code != 0; ++row) {
+    ErrClear();
+    std::string text = ErrText(row->code, name.c_str(), name.c_str(), name.c_str());
+    std::string format = row->text;
+    size_t last = format.rfind("%s");
+    if (last == format.npos) continue;
+    EXPECT_EQ(text.substr(0, format.find('%')), format.substr(0, format.find('%')));
+    if (format.rfind('%') == last) {
+      EXPECT_TRUE(text.ends_with("n" + format.substr(last + 2))) << text;
+    }
+    EXPECT_TRUE(text.size() == 510 || (text.size() == 509 && format.find("%s") != last)) << text;
+  }
+  ErrCurrent->nPending = 0;
+  for (size_t length : {495, 496, 5000}) {
+    ErrClear();
+    std::string path(length, 'p');
+    EXPECT_EQ(FileOpen(nullptr, path.c_str(), FO_READ | FO_MAPPED), nullptr);
+    EXPECT_EQ(ErrLast, 11);
+    char text[1024] = "";
+    ErrGetText(text, 0);
+    EXPECT_EQ(text, "Failed to open " + path.substr(0, 495));
+  }
 }
 
 TEST(Report, TheFailureOfAnIllegalOpenMode) {

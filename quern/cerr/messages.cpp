@@ -97,6 +97,32 @@ char* Keep(const char* text, uint32_t length) {
   return MemBufAdd(buf, text, length);
 }
 
+// vsnprintf into a text of kLongestText bytes, of the names (%s) of a built-in message no more than
+// `most` bytes each.
+int FormatNames(char* text, const char* message, int most, va_list arguments) {
+  char format[kLongestText];  // holds any built-in message, with a precision at each name
+  char* out = format;
+  for (const char* in = message; *in; ++in) {
+    *out++ = *in;
+    if (in[0] == '%' && in[1] == 's') out += sprintf(out, ".%d", most);
+  }
+  *out = '\0';
+  va_list again;
+  va_copy(again, arguments);
+  int length = vsnprintf(text, kLongestText, format, again);
+  va_end(again);
+  return length;
+}
+
+// Formats a built-in message whose names are too long for it: with as much of them as fits. Returns
+// the length with the terminator.
+int FormatCut(char* text, const char* message, va_list arguments) {
+  int most = 0;
+  for (int more = kLongestText / 2; more > 0; more /= 2)
+    if (FormatNames(text, message, most + more, arguments) + 1 < kLongestText) most += more;
+  return FormatNames(text, message, most, arguments) + 1;
+}
+
 [[noreturn]] void Overflow(const char* format, va_list arguments, int length) {
   // The arguments may be texts of the buffer that the report is about to clear.
   auto* text = static_cast<char*>(malloc(static_cast<size_t>(length)));
@@ -122,15 +148,18 @@ const char* FormatList(uintptr_t codeOrFormat, va_list arguments) {
     const MessageRow& row = MessageOf(table, codeOrFormat);
     format = row.text;
     ErrCurrent->nPending |= row.flags;
-  } else if (IsBadStringPtrA(format, kReadableText)) {
-    return nullptr;
   }
+  if (table != MessageTable && IsBadStringPtrA(format, kReadableText)) return nullptr;
   if (!strchr(format, '%')) return format;
   va_list again;
   va_copy(again, arguments);
   char text[kLongestText];
   int length = vsnprintf(text, sizeof text, format, arguments) + 1;
-  if (length >= kLongestText) Overflow(format, again, length);
+  if (length >= kLongestText && table == MessageTable) {
+    length = FormatCut(text, format, again);
+  } else if (length >= kLongestText) {
+    Overflow(format, again, length);
+  }
   va_end(again);
   if (length <= 0) return format;  // the runtime makes no text of it
   return Keep(text, static_cast<uint32_t>(length));
@@ -153,7 +182,8 @@ int32_t ErrPushText(uint32_t flags, uintptr_t codeOrText) {
     const MessageRow& row = MessageOf(table, codeOrText);
     flags |= row.flags;
     text = reinterpret_cast<uintptr_t>(row.text);
-    if (row.code == 0) text = reinterpret_cast<uintptr_t>(ErrFormat(text, codeOrText));
+    if (row.code == 0 && !IsBadStringPtrA(row.text, kReadableText))
+      text = reinterpret_cast<uintptr_t>(ErrFormat(text, codeOrText));
   }
   if (IsBadStringPtrA(reinterpret_cast<const char*>(text), kReadableText)) {
     const char* replaced = ErrText(9, static_cast<uint32_t>(text));
