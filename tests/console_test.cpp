@@ -85,13 +85,13 @@ TEST(Console, CommandsMoveTheCursor) {
     EXPECT_EQ(echo, 1u);
     EXPECT_EQ(Moved(CSL_POSITION, 1, 1), (Pair{1, 1}));
     EXPECT_EQ(Moved(CSL_FORWARD, 5), (Pair{16, 6}));
-    EXPECT_EQ(Moved(CSL_FORWARD, width), (Pair{11, 7}));
     EXPECT_EQ(Moved(CSL_FORWARD, 2 * width - 10), (Pair{1, 8}));
     EXPECT_EQ(Moved(CSL_FORWARD, 0x10003), (Pair{14, 6}));  // 16 bits of it
     EXPECT_EQ(Moved(CSL_FORWARD, -11), (Pair{11, 6}));      // column 0: the console refuses
     EXPECT_EQ(Moved(CSL_DOWN, 2), (Pair{11, 8}));
     EXPECT_EQ(Moved(CSL_DOWN, -3), (Pair{11, 3}));
     EXPECT_EQ(Moved(CSL_FORWARD_DOWN, width + 2, 3), (Pair{13, 10}));
+    EXPECT_EQ(Moved(CSL_FORWARD_DOWN, -12), (Pair{65534 % width + 1, 6}));  // -2, unsigned
     EXPECT_EQ(Moved(CSL_PACKED, 4 << 16 | 9), (Pair{9, 4}));
     EXPECT_EQ(Moved(CSL_COLUMN, 3), (Pair{3, 6}));
     EXPECT_EQ(Moved(CSL_ROW, 3), (Pair{11, 3}));

@@ -111,7 +111,7 @@ Place Moved(uint32_t command, uintptr_t argumentA, uintptr_t argumentB,
     }
     case CSL_FORWARD_DOWN: {
       int32_t cells = a + x;
-      return {static_cast<int16_t>(cells) % width, y + b + cells / width};
+      return {static_cast<uint16_t>(cells) % width, y + b + cells / width};
     }
     case CSL_DOWN:
     case CSL_ROW_WINDOW:

@@ -24,7 +24,7 @@ enum CslCommand : uint32_t {
   CSL_SIZE = 92,              // S, G: its size in per cent
   CSL_FORWARD = 102,          // S: a cells on, wrapping at w
   CSL_DOWN = 103,             // S: y += low a
-  CSL_FORWARD_DOWN = 104,     // S: a cells on, wrapping, and b rows down
+  CSL_FORWARD_DOWN = 104,     // S: a cells on, wrapping, and b rows down; see docs/oddities.md
   CSL_PACKED = 105,           // S, G: column low, row high
   CSL_COLUMN = 106,           // S, G
   CSL_ROW = 107,              // S, G
