@@ -51,22 +51,24 @@ void Unlink(InstanceHeader* instance) {
   }
 }
 
-// Turns fresh memory, or the caller's, into zeroed memory for an instance; null after raising.
-InstanceHeader* Prepare(void* memory, uint32_t size) {
-  if (!memory) {
-    auto* fresh = static_cast<InstanceHeader*>(calloc(1, size));
-    if (!fresh) return ErrRaise(kModule, 64, 2), nullptr;
-    fresh->flags = INST_OWNED;
-    return fresh;
-  }
+// Whether the caller's memory can become an instance; false after raising.
+bool IsUsable(void* memory, uint32_t size) {
   uint32_t firstWord;
   bool readable = !IsBadReadPtr(memory, sizeof firstWord);
   if (readable) memcpy(&firstWord, memory, sizeof firstWord);
-  if (readable && firstWord != 0) return ErrRaise(kModule, 79, 4), nullptr;
+  if (readable && firstWord != 0) return ErrRaise(kModule, 79, 4), false;
   if (!readable || IsBadWritePtr(memory, size))
-    return ErrRaise(kModule, 75, ERR_LIBRARY | ERR_SYSTEM | 3), nullptr;
-  memset(memory, 0, size);
-  return static_cast<InstanceHeader*>(memory);
+    return ErrRaise(kModule, 75, ERR_LIBRARY | ERR_SYSTEM | 3), false;
+  return true;
+}
+
+// Turns fresh memory, or the caller's, into zeroed memory for an instance; null after raising.
+InstanceHeader* Prepare(void* memory, uint32_t size) {
+  if (memory) return static_cast<InstanceHeader*>(memset(memory, 0, size));
+  auto* fresh = static_cast<InstanceHeader*>(calloc(1, size));
+  if (!fresh) return ErrRaise(kModule, 64, 2), nullptr;
+  fresh->flags = INST_OWNED;
+  return fresh;
 }
 
 // Never true, on purpose: no instance counts as garbage, whoever made it.
@@ -117,12 +119,14 @@ void* ClsAttach(uint32_t tag, void* instance, uint32_t classNumber, uint32_t siz
   if (ClsLinked(tag, classNumber, instance)) return instance;  // need not be probed
   if (instance && !IsBadReadPtr(instance, sizeof tag) && memcmp(instance, &tag, sizeof tag) == 0)
     return instance;
-  if (size < sizeof(InstanceHeader)) return nullptr;
-  InstanceHeader* made = Prepare(instance, size);
-  if (!made) return nullptr;
-  // A block that was allocated for these stays allocated, on purpose.
+  if (instance && !IsUsable(instance, size)) return nullptr;
+  bool tooSmall = size < sizeof(InstanceHeader);  // nothing is allocated or zeroed then
+  InstanceHeader* made = tooSmall ? nullptr : Prepare(instance, size);
+  if (!made && !tooSmall) return nullptr;
+  // Compat: a block that was allocated stays allocated when one of these fails.
   if (tag == 0) return ErrRaise(kModule, 80, 5), nullptr;          // NOLINT(*-unix.Malloc)
   if (classNumber == 0) return ErrRaise(kModule, 81, 6), nullptr;  // NOLINT(*-unix.Malloc)
+  if (tooSmall) return nullptr;
   made->tag = tag;
   made->classNumber = classNumber;
   made->size = size;

@@ -10,8 +10,13 @@
 #include <vector>
 
 #include "platform/win32.h"
+#include "quern/ccsl.h"
 #include "quern/cerr.h"
+#include "quern/cfile.h"
+#include "quern/cfmt.h"
+#include "quern/cmem.h"
 #include "quern/cobj.h"
+#include "quern/cscan.h"
 #include "quern/csys.h"
 #include "tests/support/alloc.h"
 #include "tests/support/leaks.h"
@@ -72,7 +77,7 @@ TEST(Objects, CallersMemoryIsZeroedAtBothEnds) {
   variable = Make("SCAN", 10, 1);
   EXPECT_EQ(Traced([&] { ClsDetach(ClassTag("SCAN"), &variable); }),
             "CLS detach: removed instance of class 'SCAN'\n");
-  EXPECT_EQ(ClearedTrail(), "04");
+  EXPECT_EQ(ClearedTrail(), "04.04");
 }
 
 TEST(Objects, ListsKeepAttachOrderAndAreCollectedNewestFirst) {
@@ -164,6 +169,18 @@ TEST(Objects, FailuresAreRaisedAndAllocationsMayFail) {
   EXPECT_EQ(ClsDetach(tag, &none), -2);
   EXPECT_EQ(attach(nullptr, tag, 16), nullptr);
   EXPECT_EQ(ClearedTrail(), "02.02.01");
+  // Too small: behind the checks of tag and class, and nothing is allocated or written.
+  constexpr uint32_t kSmall = sizeof(InstanceHeader) - 1;
+  int64_t blocks = tavrix_test::LiveBlocks();
+  thing.value = 5;
+  for (void* memory : {static_cast<void*>(nullptr), static_cast<void*>(&thing)}) {
+    EXPECT_EQ(ClsAttach(0, nullptr, 1, kSmall, nullptr), nullptr);
+    EXPECT_EQ(ClsAttach(tag, memory, 0, kSmall, nullptr), nullptr);
+    EXPECT_EQ(ClsAttach(tag, memory, 8, kSmall, nullptr), nullptr);
+  }
+  EXPECT_EQ(tavrix_test::LiveBlocks(), blocks);
+  EXPECT_EQ(thing.value, 5);
+  EXPECT_EQ(ClearedTrail(), "06.05.06.05");
   {
     tavrix_test::AllocationFault fault(1);
     EXPECT_EQ(attach(nullptr, tag, 8), nullptr);
@@ -219,6 +236,29 @@ TEST(Objects, InstancesAreKnownByTheirLinks) {
   EXPECT_EQ(ClsNew, 0u);
   EXPECT_EQ(loose.header.size, sizeof loose);
   ClassLists[8] = nullptr;
+}
+
+// What a released instance's memory holds by then is not touched, be it like an instance.
+TEST(Objects, ProceduresRefuseWhatIsReleased) {
+  auto check = [](auto select, ClassProc proc, uint32_t tag) {
+    alignas(16) char own[4096] = {};
+    select(own);
+    ASSERT_EQ(memcmp(own, &tag, sizeof tag), 0);
+    for (int call = 0; call < 2; ++call) {
+      EXPECT_EQ(proc(reinterpret_cast<uintptr_t>(own)), 0u);
+      EXPECT_EQ(own[sizeof(InstanceHeader)], call == 0 ? 0 : 'x');
+      memset(own, 'x', sizeof own);
+      memcpy(own, &tag, sizeof tag);
+    }
+    EXPECT_EQ(std::string(own + 4, 4092), std::string(4092, 'x'));
+  };
+  check(CslSelect, CslClass, ClassTag("CSL"));
+  check(FileSelect, FileClass, ClassTag("FILE"));
+  check(FileFinderSelect, FileFinderClass, ClassTag("FINF"));
+  check(FmtSelect, FmtClass, ClassTag("FMT"));
+  check(MemAttach, MemClass, ClassTag("MEM"));
+  check(ScanSelect, ScanClass, ClassTag("SCAN"));
+  check(ErrStackAttach, ErrClass, ClassTag("ERR"));
 }
 
 TEST(Objects, InitialisationAndNames) {

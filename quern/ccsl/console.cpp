@@ -25,7 +25,9 @@ Console* CslSelect(void* console) {
 
 uint32_t CslClass(uintptr_t argument) {
   if (argument == kCollectRequest) return ClsGarbage(kCslTag);
-  if (argument) CslCurrent = reinterpret_cast<Console*>(argument);
+  auto* console = reinterpret_cast<Console*>(argument);
+  if (console && !ClsLinked(kCslTag, kCslClass, console)) return 0;  // it was released before
+  if (console) CslCurrent = console;
   if (!CslCurrent) return 0;
   if (CslCurrent->hOutput) {
     CslRestoreCursor(CslCurrent);

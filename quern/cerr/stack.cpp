@@ -91,7 +91,9 @@ ErrorStack* ErrSetTable(void* instance, const MessageRow* table) {
 
 uint32_t ErrClass(uintptr_t argument) {
   if (argument == kCollectRequest) return ClsGarbage(kErrTag);
-  if (argument) ErrCurrent = reinterpret_cast<ErrorStack*>(argument);
+  auto* stack = reinterpret_cast<ErrorStack*>(argument);
+  if (stack && !ClsLinked(kErrTag, kErrClass, stack)) return 0;  // it was released before
+  if (stack) ErrCurrent = stack;
   if (!ErrCurrent) return 0;
   MemBufFree(&ErrCurrent->bufText);
   ErrFreeRetired(ErrCurrent);
@@ -103,8 +105,9 @@ int32_t ErrPushEntry(uint32_t flags, uintptr_t value) {
   ErrLast = 0;
   ErrRequireStack();
   if (ErrCurrent->nCount >= kErrEntries) ErrFatal(4);
-  // The top byte of an address is no category: merged, it could turn a push into a raise.
-  if (!(flags & ERR_TEXT)) flags |= static_cast<uint32_t>(value) & kCategories;
+  // The top byte of an address, or of a value of the system, is no category: merged, it could turn
+  // a push into a raise, or the value into an address.
+  if (!(flags & (ERR_TEXT | ERR_SYSVALUE))) flags |= static_cast<uint32_t>(value) & kCategories;
   flags |= ErrCurrent->nPending;
   if (!(flags & ERR_TEXT)) value &= 0xFFFF;
   if (flags & ERR_RAISED) {

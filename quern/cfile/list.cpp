@@ -367,7 +367,9 @@ FileObject* FileFinderSelect(void* object) {
 
 uint32_t FileFinderClass(uintptr_t argument) {
   if (argument == kCollectRequest) return ClsGarbage(kFinderTag);
-  if (argument) CurrentFinder = reinterpret_cast<FileFinder*>(argument);
+  auto* finder = reinterpret_cast<FileFinder*>(argument);
+  if (finder && !ClsLinked(kFinderTag, kFinderClass, finder)) return 0;  // it was released before
+  if (finder) CurrentFinder = finder;
   if (!CurrentFinder) return 0;
   free(CurrentFinder->pSpare);
   free(CurrentFinder->pWork);

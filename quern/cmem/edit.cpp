@@ -172,7 +172,9 @@ MemObject* MemAttach(void* object) {
 
 uint32_t MemClass(uintptr_t argument) {
   if (argument == kCollectRequest) return ClsGarbage(kMemTag);
-  if (argument) MemCurrent = reinterpret_cast<MemObject*>(argument);
+  auto* object = reinterpret_cast<MemObject*>(argument);
+  if (object && !ClsLinked(kMemTag, kMemClass, object)) return 0;  // it was released before
+  if (object) MemCurrent = object;
   if (!MemCurrent) return 0;
   MemBufFree(&MemCurrent->mbEdits);
   MemCurrent->pBlock = nullptr;
