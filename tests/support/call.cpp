@@ -16,6 +16,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 
 namespace tavrix_test {
 
@@ -53,6 +54,7 @@ CALL(int, open, (const char* name, int flags, unsigned mode), (name, flags, mode
 CALL(ssize_t, read, (int file, void* bytes, size_t size), (file, bytes, size), -1, EIO)
 CALL(ssize_t, write, (int file, const void* bytes, size_t size), (file, bytes, size), -1, EIO)
 CALL(FILE*, fdopen, (int file, const char* mode), (file, mode), nullptr, ENOMEM)
+CALL(int, fcntl, (int file, int command, long argument), (file, command, argument), -1, EMFILE)
 CALL(int, pipe2, (int* ends, int flags), (ends, flags), -1, EMFILE)
 CALL(int, memfd_create, (const char* name, unsigned flags), (name, flags), -1, EMFILE)
 CALL(void*, mmap, (void* at, size_t size, int access, int flags, int file, off_t offset),
@@ -78,6 +80,7 @@ CALL(int, fstatfs64, (int file, Statfs* facts), (file, facts), -1, EIO)
 CALL(int, faccessat, (int folder, const char* name, int access, int flags),
      (folder, name, access, flags), -1, EACCES)
 CALL(ssize_t, readlink, (const char* name, char* text, size_t size), (name, text, size), -1, EACCES)
+CALL(char*, getcwd, (char* text, size_t size), (text, size), nullptr, ENOENT)
 CALL(int, unlink, (const char* name), (name), -1, EIO)
 CALL(int, ioctl, (int file, unsigned long request, void* argument), (file, request, argument), -1,
      0)
@@ -91,10 +94,13 @@ CALL(int, posix_spawn,
      (child, path, actions, attributes, words, variables), errno, EAGAIN)
 CALL(int, posix_spawn_file_actions_adddup2,
      (posix_spawn_file_actions_t * actions, int from, int to), (actions, from, to), errno, ENOMEM)
+CALL(int, posix_spawn_file_actions_addclosefrom_np,
+     (posix_spawn_file_actions_t * actions, int from), (actions, from), errno, ENOMEM)
 CALL(pid_t, waitpid, (pid_t child, int* status, int flags), (child, status, flags), -1, 0)
 CALL(int, atexit, (void (*function)()), (function), -1, ENOMEM)
 CALL(int, setenv, (const char* name, const char* value, int replace), (name, value, replace), -1,
      ENOMEM)
+CALL(int, clock_gettime, (clockid_t clock, timespec* time), (clock, time), -1, 0)
 CALL(int, sched_getaffinity, (pid_t process, size_t size, cpu_set_t* processors),
      (process, size, processors), -1, 0)
 CALL(long, getdents64, (int file, void* entries, unsigned size), (file, entries, size), -1, EIO)
