@@ -88,8 +88,8 @@ TAVRIX_EXPORT int32_t TAVRIX_CALL XProcStart(char* commandLine);
 TAVRIX_EXPORT int32_t TAVRIX_CALL XStrCSpn(const char* text, const char* set, int32_t start);
 TAVRIX_EXPORT int32_t TAVRIX_CALL XStrSpn(const char* text, const char* set, int32_t start);
 
-/* Compares at most `count` bytes, as unsigned ones: 0 when `a` sorts before `b`, 1 when they are
- * equal, 2 when `a` sorts after `b`. */
+/* Compares at most `count` bytes, as unsigned ones, and none behind a terminator: 0 when `a` sorts
+ * before `b`, 1 when they are equal, 2 when `a` sorts after `b`. */
 TAVRIX_EXPORT int32_t TAVRIX_CALL XStrCmp(const char* a, const char* b, int32_t count);
 
 /* The number of bytes before the terminator. */

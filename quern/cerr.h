@@ -75,14 +75,19 @@ ErrorStack* ErrStackAttach(void* instance);
 // Registers an application's messages: rows with codes from 39 up, the last with code 0. `instance`
 // as for ErrStackAttach; null keeps the current stack, which is made when there is none. The table
 // is not copied; null takes it away. Null after raising 1.
+//
+// The library's own messages do not go through the table: ErrText, ErrRaiseText, and ErrPushText of
+// codes below 39 use the built-in ones. ErrFormat looks all codes up in the table unless something
+// of the library is pending (ERR_LIBRARY).
 ErrorStack* ErrSetTable(void* instance, const MessageRow* table);
 
-// Class procedure of 'ERR'.
+// Class procedure of 'ERR'. As all of them it does nothing for an address that is no linked
+// instance of its class, such as one that was released.
 uint32_t ErrClass(uintptr_t argument);
 
-// The primitive behind every push and raise. With ERR_RAISED in the flags (its own, the value's top
-// byte, or pending) it raises: marks the top entry, acts as the flags say, and sets ErrLast. Else
-// it adds an entry. Returns 0.
+// The primitive behind every push and raise. With ERR_RAISED in the flags (its own, the top byte
+// of a code, or pending) it raises: marks the top entry, acts as the flags say, and sets ErrLast.
+// Else it adds an entry. Returns 0.
 int32_t ErrPushEntry(uint32_t flags, uintptr_t value);
 
 // Pushes a code, and below it the system's last-error value when the code has ERR_SYSTEM.
@@ -109,17 +114,19 @@ int32_t ErrClear();
 extern const MessageRow MessageTable[];
 
 // Pushes a text: a message code (looked up, its flags apply to the next raise) or the address of a
-// text that stays valid. An unreadable address is replaced by message 9. Must follow a push: while
-// ErrLast is set, the process ends with the fatal text of message 1. Returns 0.
+// text that stays valid. An unreadable address is replaced by message 9, also one in a table's row.
+// Must follow a push: while ErrLast is set, the process ends with the fatal text of message 1.
+// Returns 0.
 int32_t ErrPushText(uint32_t flags, uintptr_t codeOrText);
 
 // Formats a built-in message. The result is the table's own text when it has no conversions (or the
-// runtime refuses them), else a copy that lives until the stack is cleared. Null when there was no
-// memory (raised), and for a format that is no readable text.
+// runtime refuses them), else a copy that lives until the stack is cleared, of at most 510 bytes:
+// names in it are cut to fit. Null when there was no memory (raised), and for a format that is no
+// readable text.
 const char* ErrText(uint32_t code, ...);
 
-// The same with the application's table, or with a format of the caller's. A text of more than 510
-// bytes ends the process (message 6).
+// The same with the application's table, or with a format of the caller's. A text of theirs of more
+// than 510 bytes ends the process (message 6).
 const char* ErrFormat(uintptr_t codeOrFormat, ...);
 
 // Reads the texts of the stack, system messages included, from the newest entry down. Entries with

@@ -38,9 +38,9 @@ inline constexpr uint32_t kClsInitialise = 0x8000000;
 // stays the caller's. Memory that carries the tag already is returned as it is.
 //
 // Returns the instance, or null after raising 2 (no memory), 0xA0000003 (memory not writable), 4
-// (another tag), 5 (tag 0) or 6 (class number 0); 5 and 6 come after the allocation, whose block
-// then stays allocated, on purpose. A class number above 15, or a size below the header's, gives
-// null without a raise.
+// (another tag), 5 (tag 0) or 6 (class number 0). Compat: 5 and 6 come after the allocation, whose
+// block then stays allocated. A class number above 15 gives null without a raise; so does a size
+// below the header's behind those checks, and nothing is allocated or zeroed for it.
 void* ClsAttach(uint32_t tag, void* instance, uint32_t classNumber, uint32_t size, ClassProc proc);
 
 // Whether `instance` is a linked instance of a class. Nothing of it is read unless it is linked.

@@ -26,7 +26,8 @@ extern int32_t TraceLevel;
 extern FILE* TraceFile;  // receives the lines; null, the default, means the debugger output
 
 // Writes a diagnostic line when its level asks for it: the text that the format makes or, with a
-// null format, the error report of the newest level. Returns 0.
+// null format, the error report of the newest level. Compat: that report moves the cursor of
+// ErrGetText, so that a full report behind it begins below the text that was traced. Returns 0.
 //
 // A line for TraceFile begins with the time (TimeStamp, so SharedText is overwritten) and gets a
 // line feed behind it; a line for the debugger output begins with "Trace NN: " unless its level is

@@ -11,7 +11,8 @@ namespace quern {
 struct FileNameRec {
   char szFull[260];  // as the system resolves it
   char szRoot[30];   // drive letter, server name, or X of a path like /X/...
-  char szDir[256];   // behind the root, with its separator in front and none at the end
+  char szDir[256];   // behind the root, without a separator at the end; begins with one unless the
+                     // root is X of /X/...
   char szBase[256];  // without the extension
   char szName[256];  // with it
   char szExt[256];   // without its dot
@@ -24,9 +25,9 @@ struct FileNameRec {
 };
 static_assert(sizeof(FileNameRec) == 1352);
 
-// Fills the texts of a record. A file at the top of its root has a name (and base) that begins with
-// the separator, on purpose. Returns 0, or minus ErrLast after raising 1 (no name), 2 (no record,
-// or no full path of less than 260 bytes).
+// Fills the texts of a record. Compat: a file at the top of its root has a name (and base) that
+// begins with the separator, unless the root is X of /X/.... Returns 0, or minus ErrLast after
+// raising 1 (no name), 2 (no record, or no full path of less than 260 bytes).
 int32_t FileSplitPath(const char* name, FileNameRec* rec);
 
 // Fills attributes, size and times, the last two from the current file's handle, so that a stream

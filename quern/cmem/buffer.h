@@ -36,10 +36,13 @@ void* MemExtend(void* block, uint32_t count, uint32_t used, uint32_t granule);
 // owner frees after MemBufFree; no memory for it raises 1.
 MemBuf* MemBufNew(MemBuf* buf, uint32_t align);
 
-// Makes the contents `len` bytes long and, when `src` is not null, copies them from there (from
-// within the block, too). Returns the block, or null after raising 1 (no record, or no memory for a
-// first block) or 2 (no memory to grow; the record is unchanged). Without `src` the old contents
-// stay, and the bytes between the old and the new size are zero only on a first allocation.
+// Makes the contents `len` bytes long and, when `src` is not null, copies them from there. Returns
+// the block, or null after raising 1 (no record, or no memory for a first block) or 2 (no memory to
+// grow; the record is unchanged). Without `src` the old contents stay, and the bytes between the
+// old and the new size are zero only on a first allocation.
+//
+// The four zero bytes are written first. A `src` within the block is read after that: where it
+// reaches over them, zeros are copied.
 char* MemBufSet(MemBuf* buf, const void* src, uint32_t len);
 
 // Appends `count` bytes, from `src` or to be filled by the caller. Returns the address of the

@@ -41,7 +41,10 @@ char* MemPoolAdd(MemBuf* buf, const void* src, uint32_t n);
 // null when it is not. The record is overwritten by every call.
 MemPoolInfo* MemPoolFind(const MemBuf* buf, const void* address);
 
-// Takes that chunk out, for the caller to free; the one before it becomes the current one.
+// Takes that chunk out, for the caller to free. When it was the last one, the one before it becomes
+// the current one, and pieces are added behind its nUsed bytes. Compat: the nUsed of a chunk that
+// MemPoolNew made lacks the header, so that the next piece goes over the last sizeof(PoolChunk)
+// bytes of the pieces there.
 MemPoolInfo* MemPoolDel(MemBuf* buf, const void* address);
 
 // Frees all chunks, from the current one back to one that has nothing used. Returns the address of
