@@ -19,6 +19,9 @@ void AddTimeCommands(CLI::App& app, int& result);     // stamp, time
 // was.
 bool PrintTrail();
 
+// Throws when something that was printed so far could not be written.
+void RequireWritten();
+
 // Starts a program and waits for its end; says so when it cannot be started. The exit code.
 int Run(std::string commandLine);
 

@@ -1,10 +1,13 @@
 // tavrix: the exported functions, and some of the foundation's, from the command line.
 //
 // Exit codes: 0, or what a command says of its own result; 1 after a failing call, with the code
-// trail on standard error; 2 for a wrong option, with one line on standard error.
+// trail on standard error, and when the output cannot be written; 2 for a wrong option, with one
+// line on standard error. A pipe without a reader ends the program by SIGPIPE, as it does other
+// programs: a long list has to end with its reader.
 
 #include <cstdio>
 #include <exception>
+#include <stdexcept>
 #include <string>
 
 #include "tools/tavrix/commands.h"
@@ -37,6 +40,10 @@ uint32_t Number(const char* option, const std::string& text, uint32_t most) {
   return static_cast<uint32_t>(LongNumber(option, text, most));
 }
 
+void RequireWritten() {
+  if (fflush(stdout) != 0 || ferror(stdout)) throw std::runtime_error("the output is not written");
+}
+
 int main(int argc, char** argv) {
   try {
     CLI::App app("Services of the Tavrix32 library.", "tavrix");
@@ -54,10 +61,11 @@ int main(int argc, char** argv) {
     try {
       app.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // --help, --version
-      return app.exit(wanted);
+      app.exit(wanted);
     } catch (const CLI::ParseError& wrong) {
       return WrongUsage(wrong.what());
     }
+    RequireWritten();
     return result;
   } catch (const std::exception& failure) {
     fprintf(stderr, "tavrix: %s\n", failure.what());

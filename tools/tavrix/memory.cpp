@@ -48,11 +48,6 @@ class Input {
   std::ifstream stream_;
 };
 
-// What was printed so far has to be out.
-void RequireWritten() {
-  if (fflush(stdout) != 0 || ferror(stdout)) throw std::runtime_error("the output is not written");
-}
-
 // --- dump ----------------------------------------------------------------------------------------
 
 struct DumpOptions {
@@ -99,7 +94,6 @@ int Unhex(const std::vector<std::string>& texts, const std::string& mode) {
   _setmode(_fileno(stdout), _O_BINARY);
 #endif
   fwrite(bytes.data(), 1, count, stdout);
-  RequireWritten();
   return 0;
 }
 
