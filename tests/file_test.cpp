@@ -196,40 +196,6 @@ TEST(File, ExistenceIsAskedWithoutAnObject) {
   EXPECT_EQ(ErrCurrent, nullptr);
 }
 
-TEST(File, GrowthIsChosenByTheFlags) {
-  Tree tree;
-  tree.File("there", std::string(1000, 'x'));
-  tree.File("nine", "123456789");
-  const struct {
-    uint32_t selector, growth;
-  } cases[] = {{0, 4096},          {0x10000, 0},          {0x20000, 10'000},
-               {0x30000, 100'000}, {0x40000, 1'000'000},  {0x50000, 5'000'000},
-               {0x60000, 4096},    {0x70000, 10'000'000}, {0x80000, 100},
-               {0x90000, 300},     {0xA0000, 500},        {0xB0000, 1000},
-               {0xC0000, 4096},    {0xF0000, 4096}};
-  for (const auto& test : cases) {
-    ASSERT_NE(FileOpen(nullptr, tree.Path("there").c_str(), FO_MAPPED | 2 | test.selector),
-              nullptr);
-    EXPECT_EQ(CurrentFile->nGrow, test.growth) << test.selector;
-    EXPECT_EQ(CurrentFile->nMapped, (1000 + test.growth + 65535) / 65536 * 65536);
-    EXPECT_EQ(Close(), "");
-  }
-  FileOpen(nullptr, tree.Path("nine").c_str(), FO_MAPPED | 2 | 0x80000);
-  EXPECT_EQ(CurrentFile->nGrow, 0u);
-  EXPECT_EQ(Close(), "");
-  // A byte more than a granule takes a second one.
-  tree.File("over", std::string(65'537, 'x'));
-  FileOpen(nullptr, tree.Path("over").c_str(), FO_MAPPED | 2 | 0x10000);
-  EXPECT_EQ(CurrentFile->nMapped, 131'072u);
-  EXPECT_EQ(Close(), "");
-  // An empty file that may not grow is not mapped at all.
-  FileOpen(nullptr, tree.Path("new").c_str(), FO_MAPPED | 18 | 0x10000);
-  EXPECT_EQ(CurrentFile->pView, nullptr);
-  EXPECT_EQ(Close(), "");
-  EXPECT_EQ(Opened(tree.Path("new"), FO_MAPPED | 1), "ok");  // nor is one to be read
-  EXPECT_EQ(std::filesystem::file_size(tree.Path("there")), 1000u);
-}
-
 // The byte behind the data is written where there is one that can be.
 TEST(File, ZeroEnds) {
   Tree tree;
