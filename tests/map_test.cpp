@@ -18,14 +18,13 @@
 #include "quern/cobj.h"
 #include "quern/csys.h"
 #include "tests/support/alloc.h"
-#include "tests/support/child.h"
-#include "tests/support/limit.h"
 #include "tests/support/opened.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"
 
 #ifndef _WIN32
 #include <signal.h>
+#include <unistd.h>
 #endif
 
 namespace quern {
@@ -312,27 +311,6 @@ TEST(Map, PrioritiesAreGivenBack) {
     ErrClear();
     EXPECT_EQ(Close(), "");
   }
-}
-
-// Growth beyond what the disk has: no signal, the right codes, and the old bytes.
-TEST(Map, AFullDiskCostsNothing) {
-  Tree tree;
-  tree.File("f", "12345");
-  int code = tavrix_test::InChild([&] {
-    signal(SIGXFSZ, SIG_DFL);
-    tavrix_test::Limit limit(RLIMIT_FSIZE, 100'000);
-    FileObject* file = FileOpen(nullptr, tree.Path("f").c_str(), FO_MAPPED | 2);
-    if (!file || FileAppendf("678") != 3) return 1;
-    std::string large(200'000, 'x');
-    if (FileReplace(file->pView + 8, 0, large.data(), 200'000) != 0) return 2;
-    char report[4096];
-    ErrReport(report, ERR_REPORT_COMPOSE | ERR_REPORT_FULL);
-    if (!strstr(report, "05.04:02.11") || !strstr(report, "(112)")) return puts(report), 3;
-    FileClass(0);
-    return ErrCurrent->nCount == 0 ? 0 : 4;
-  });
-  EXPECT_EQ(code, 0);
-  EXPECT_EQ(tree.Read("f"), "12345678");
 }
 
 #endif
