@@ -352,7 +352,7 @@ bool Trial::SameBytes() {
   if (memcmp(file->pView, disk, shown) == 0) return true;
   size_t at = 0;
   while (file->pView[at] == disk[at]) ++at;
-  Log("\n  other bytes from %zu on\n", at);
+  Log("\n  other bytes from %u on\n", static_cast<uint32_t>(at));
   return false;
 }
 
@@ -467,10 +467,9 @@ bool Trial::Run(const FaultPlan& plan) {
   if (model_.missing) return true;
   std::string disk = tree_.Read("f");
   if (disk == model_.disk) return true;
-  Log("on the disk %zu bytes, model %zu, other from %zu on\n", disk.size(), model_.disk.size(),
-      static_cast<size_t>(
-          std::mismatch(disk.begin(), disk.end(), model_.disk.begin(), model_.disk.end()).first -
-          disk.begin()));
+  auto other = std::mismatch(disk.begin(), disk.end(), model_.disk.begin(), model_.disk.end());
+  Log("on the disk %u bytes, model %u, other from %u on\n", static_cast<uint32_t>(disk.size()),
+      static_cast<uint32_t>(model_.disk.size()), static_cast<uint32_t>(other.first - disk.begin()));
   return false;
 }
 
