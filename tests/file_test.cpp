@@ -18,6 +18,7 @@
 #include "quern/cscan/scanner.h"
 #include "tests/support/alloc.h"
 #include "tests/support/call.h"
+#include "tests/support/child.h"
 #include "tests/support/opened.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"

@@ -68,18 +68,15 @@ bool WriteTail(FileObject* file, const void* newBytes, uint32_t newLength, const
   return false;
 }
 
-// Moves the bytes behind the old range and puts the new ones in: MemReplace in the first `size`
-// bytes of the view, with its raises. An edit that would touch a view for reading, or bytes behind
-// the mapped ones (`reach` bytes are touched), is outside the block as well.
-void EditView(FileObject* file, uint32_t size, uint64_t reach, char* pos, uint32_t length,
-              const void* newBytes, uint32_t newLength) {
-  char* view = file->hMap ? file->pView : nullptr;  // without a mapping it is a mere address
+// The mapped bytes; null when nothing is mapped, and pView a mere address.
+char* ViewOf(const FileObject* file) { return file->hMap ? file->pView : nullptr; }
+
+// Whether an edit can touch the first `reach` bytes of the view. Raises 2 when they are not all
+// mapped, or for reading. Without a view MemReplace raises.
+bool MayTouch(const FileObject* file, uint64_t reach) {
   bool writable = (file->fFlags & (FO_READ | FO_WRITE)) == FO_WRITE && reach <= file->nMapped;
-  if (view && (length | newLength) != 0 && !writable) {
-    ErrRaise(kModule, 823, 2);
-    return;
-  }
-  MemReplace(view, size, pos, length, newBytes, newLength, 0);
+  if (writable || !ViewOf(file)) return true;
+  return ErrRaise(kModule, 823, 2), false;
 }
 
 // By how many bytes an edit at the limit is cut: by where a separator begins in the last `kept`
@@ -112,16 +109,16 @@ bool EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBy
   FileResize(static_cast<int32_t>(file->nMaxSize - file->nSize));
   if (ErrLast != 0 && !tail.bytes) return false;
   auto offset = static_cast<uint32_t>(pos - file->pView);
+  const bool empty = (length | newLength) == 0;
   newLength = std::min(newLength, file->nMaxSize - std::min(offset, file->nMaxSize));
   bool written = true;
   if (tail.bytes) {
     written = WriteTail(file, newBytes, newLength, tail);
-  } else {
+  } else if (empty || MayTouch(file, file->nMaxSize)) {
     // What would move beyond the mapped bytes is cut.
     uint32_t growth = newLength - std::min(newLength, length);
-    uint32_t most = file->nMapped - std::min(file->nMapped, growth);
-    EditView(file, std::min(file->nMaxSize, most), file->nMaxSize, pos, length, newBytes,
-             newLength);
+    uint32_t size = file->nMapped - std::min(file->nMapped, growth);
+    MemReplace(ViewOf(file), std::min(file->nMaxSize, size), pos, length, newBytes, newLength, 0);
   }
   if (ErrLast != 0 || !written) return false;
   uint32_t kept = std::min(file->nSize - newLength - offset, newLength);
@@ -200,7 +197,8 @@ int32_t FileReplace(char* pos, uint32_t length, const void* newBytes, uint32_t n
     written = WriteTail(file, newBytes, newLength, tail);
   } else if (ErrLast == 0) {
     uint64_t reach = std::max<uint64_t>(oldSize, static_cast<uint64_t>(size));
-    EditView(file, oldSize, reach, pos, length, newBytes, newLength);
+    if ((length | newLength) == 0 || MayTouch(file, reach))
+      MemReplace(ViewOf(file), oldSize, pos, length, newBytes, newLength, 0);
   }
   if (ErrLast != 0 || !written) return ErrRaise(kModule, 829, 5), 0;
   return change;

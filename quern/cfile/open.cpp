@@ -68,17 +68,33 @@ bool SizeOf(HANDLE handle, uint32_t* size) {
   return false;
 }
 
-bool OpenMapped(FileObject* file, const char* name, uint32_t flags) {
+void LetGo(FileObject* file) {
+  if (file->hFile) CloseHandle(file->hFile);
+  file->hFile = nullptr;
+}
+
+// Whether an open that failed may be tried once more: a file that is opened again keeps its former
+// handle until the new one is there, unless that handle is what is in the way.
+bool MayRetry(FileObject* file, bool again) {
+  if (!again || !file->hFile || GetLastError() != ERROR_SHARING_VIOLATION) return false;
+  LetGo(file);
+  return true;
+}
+
+bool OpenMapped(FileObject* file, const char* name, uint32_t flags, bool again) {
   const Mode* mode = ModeOf(flags);
   if (!mode) return ErrRaiseText(kModule, 187, ERR_LIBRARY | 0x13, kIllegalMode), false;
-  HANDLE handle = CreateFileA(name, mode->rights, mode->sharing, nullptr, mode->disposition,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
+  HANDLE handle;
+  do {
+    handle = CreateFileA(name, mode->rights, mode->sharing, nullptr, mode->disposition,
+                         FILE_ATTRIBUTE_NORMAL, nullptr);
+  } while (handle == INVALID_HANDLE_VALUE && MayRetry(file, again));
   uint32_t size = 0;
   if (handle == INVALID_HANDLE_VALUE || !SizeOf(handle, &size)) {
     ErrRaiseText(kModule, 193, ERR_SYSTEM | (mode->kind + 10), kOpenFailed, name);
     return false;
   }
-  if (file->hFile) CloseHandle(file->hFile);
+  LetGo(file);
   file->hFile = handle;
   file->nSize = size;
   file->nOpenSize = size;
@@ -86,10 +102,13 @@ bool OpenMapped(FileObject* file, const char* name, uint32_t flags) {
   return true;
 }
 
-bool OpenStreamed(FileObject* file, const char* name, uint32_t flags) {
+bool OpenStreamed(FileObject* file, const char* name, uint32_t flags, bool again) {
   const Mode* mode = ModeOf(flags);
   if (!mode) return ErrRaiseText(kModule, 203, ERR_LIBRARY | 0x1D, kIllegalMode), false;
-  FILE* stream = OpenStream(name, mode->stream);
+  FILE* stream;
+  do {
+    stream = OpenStream(name, mode->stream);
+  } while (!stream && MayRetry(file, again));
   if (!stream) {
     if (mode->access == FO_CREATE_NEW && GetLastError() == ERROR_FILE_EXISTS)
       return ErrRaise(kModule, 208, 24), false;
@@ -102,6 +121,7 @@ bool OpenStreamed(FileObject* file, const char* name, uint32_t flags) {
     CloseStream(stream);
     return false;
   }
+  if (again) LetGo(file);
   if (file->pStream) CloseStream(file->pStream);
   file->pStream = stream;
   file->nStreamAux = 0;
@@ -144,11 +164,10 @@ uint32_t GrowthOf(uint32_t flags, uint32_t size) {
 }
 
 void CloseHandles(FileObject* file) {
-  if (file->hFile) CloseHandle(file->hFile);
+  LetGo(file);
   if (file->pStream) CloseStream(file->pStream);
   DropBackup(file);
   free(file->pName);
-  file->hFile = nullptr;
   file->pStream = nullptr;
   file->pName = nullptr;
 }
@@ -206,12 +225,10 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
     if (!CurrentFile) return ErrRaise(kModule, 170, 6), nullptr;
     if (!CurrentFile->pName) return ErrRaise(kModule, 171, 7), nullptr;
     name = CurrentFile->pName->szFull;
-    if (CurrentFile->hFile) CloseHandle(CurrentFile->hFile);
-    CurrentFile->hFile = nullptr;
   }
   FileObject* file = CurrentFile;
   const uint32_t formerFlags = file->fFlags;
-  if (!(flags & FO_MAPPED ? OpenMapped : OpenStreamed)(file, name, flags)) return nullptr;
+  if (!(flags & FO_MAPPED ? OpenMapped : OpenStreamed)(file, name, flags, again)) return nullptr;
   if ((flags & FO_STAT) && FileStat(name, NameRecord(file)) != 0) {
     // The view is still that of the former open: of the same file, or of another one.
     if (file->hMap && again) file->fFlags = formerFlags;

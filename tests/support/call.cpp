@@ -73,6 +73,11 @@ CALL(int, fallocate64, (int file, int mode, off64_t from, off64_t size), (file, 
 CALL(off64_t, lseek64, (int file, off64_t offset, int whence), (file, offset, whence), -1, EIO)
 CALL(ssize_t, pread64, (int file, void* bytes, size_t size, off64_t from),
      (file, bytes, size, from), -1, EIO)
+CALL(ssize_t, pwritev2, (int file, const iovec* parts, int count, off_t at, int flags),
+     (file, parts, count, at, flags), -1, 0)
+CALL(ssize_t, send, (int file, const void* bytes, size_t size, int flags),
+     (file, bytes, size, flags), -1, 0)
+CALL(int, fcntl64, (int file, int command, void* lock), (file, command, lock), -1, ENOLCK)
 CALL(int, statx, (int folder, const char* name, int flags, unsigned mask, Statx* facts),
      (folder, name, flags, mask, facts), -1, EIO)
 CALL(int, statfs64, (const char* name, Statfs* facts), (name, facts), -1, EIO)
@@ -98,6 +103,8 @@ CALL(int, posix_spawn_file_actions_addclosefrom_np,
      (posix_spawn_file_actions_t * actions, int from), (actions, from), errno, ENOMEM)
 CALL(pid_t, waitpid, (pid_t child, int* status, int flags), (child, status, flags), -1, 0)
 CALL(int, atexit, (void (*function)()), (function), -1, ENOMEM)
+CALL(int, pthread_atfork, (void (*before)(), void (*parent)(), void (*child)()),
+     (before, parent, child), errno, ENOMEM)
 CALL(int, setenv, (const char* name, const char* value, int replace), (name, value, replace), -1,
      ENOMEM)
 CALL(int, clock_gettime, (clockid_t clock, timespec* time), (clock, time), -1, 0)
