@@ -42,13 +42,15 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags);
 
 // Class procedure of 'FILE'. Closing cuts a mapped file on the disk to its data size, and raises
 // 0x20000002, 0x20000003 (mapped) or 4 (stream) when its end could not be set; it closes all the
-// same. A backup stays.
+// same. A backup stays. In a forked child a file that its parent opened is let go of: nothing of it
+// is cut, written or moved, and nothing is raised.
 uint32_t FileClass(uintptr_t argument);
 
 // Closes the current file, cut to the size that it was opened with and replaced by its backup, if
 // there is one. Changes of the old bytes themselves stay without one. Returns 0; minus ErrLast
 // after raising 1 (no file) or 0x20000002 (the backup could not be put back). Closing a mapped file
-// for writing raises 0x20000002 and 0x20000003 on the way, on purpose.
+// for writing raises 0x20000002 and 0x20000003 on the way, on purpose. In a forked child a file of
+// its parent is let go of, and the result is 0.
 int32_t FileRevert();
 
 }  // namespace quern
