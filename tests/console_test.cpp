@@ -464,7 +464,6 @@ TEST(Console, TheTerminalIsAsItWasAfterEveryEnd) {
     ErrFormat(reinterpret_cast<uintptr_t>("%d"), 1), ErrPush(1), ErrThrow(1), ErrPushText(0, 29);
   });
   expect(4, [] { ClsExitHook = [] { ErrExit(-4); }; });
-  expect(-15, [] { raise(SIGTERM); });
   Terminal kept(40, 5);
   kept.Run([] {
     CslSet(CSL_COLOUR, 0x1E, 0);
@@ -529,18 +528,7 @@ TEST(Console, ProgressStaysWhereItBegan) {
   EXPECT_EQ(terminal.Text(), "Counting #######\nname");
 }
 
-TEST(Console, TerminalsThatDoNotAnswerAndNarrowOnes) {
-  tavrix_test::TerminalOptions mute;
-  mute.mute = true;
-  Terminal silent(20, 4, mute);
-  EXPECT_EQ(silent.Run([] {
-    CslSet(CSL_POSITION, 5, 2);
-    CslSet(CSL_FORWARD, 20, 0);
-    printf("x");
-  }),
-            0);
-  EXPECT_EQ(silent.At(4, 2).text, "x");
-  EXPECT_EQ(silent.Questions(), 1);
+TEST(Console, WindowsOfOneColumn) {
   Terminal narrow(1, 10);
   EXPECT_EQ(narrow.Run([] {
     EXPECT_EQ(Get(CSL_WINDOW_SIZE), (Pair{0, 10}));

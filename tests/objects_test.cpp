@@ -270,7 +270,6 @@ TEST(Objects, InitialisationAndNames) {
   EXPECT_EQ(SysPageSize, 4096u);
   EXPECT_EQ(SysAllocGranularity, 65536u);
   EXPECT_STREQ(ClsTagName(0x00455252), "ERR");
-  EXPECT_STREQ(ClsTagName(0x46494C45), "FILE");
   EXPECT_STREQ(ClsTagName(0), "");
 }
 

@@ -319,11 +319,7 @@ TEST(ReportDeathTest, OverflowOfATextIsPrinted) {
   auto overflow = [] {
     dup2(2, 1);
     ErrPush(1);
-    ErrFormat(Address("<%511s>"), "end");
-  };
-  auto least = [] {
-    ErrPush(1);
-    ErrFormat(Address("%511s"), "");
+    ErrFormat(Address("%511s"), "end");  // the least that is too long
     exit(0);
   };
 #ifdef _WIN32
@@ -331,8 +327,7 @@ TEST(ReportDeathTest, OverflowOfATextIsPrinted) {
 #else
   constexpr int kMinusOne = 255;
 #endif
-  EXPECT_EXIT(overflow(), testing::ExitedWithCode(kMinusOne), "<" + std::string(508, ' ') + "end>");
-  EXPECT_EXIT(least(), testing::ExitedWithCode(kMinusOne), "");
+  EXPECT_EXIT(overflow(), testing::ExitedWithCode(kMinusOne), std::string(508, ' ') + "end");
   auto without = [&] {
     ErrPush(1);
     tavrix_test::AllocationFault fault(1);  // of the text
