@@ -52,7 +52,7 @@ test-asan:
 
 test-faults:
 	$(call build,linux,linux)
-	@ctest --preset linux -R MayFail
+	@ctest --preset linux -R 'MayFail|AfterEachFault'
 
 windows:
 	$(call build,windows-x86,windows)
