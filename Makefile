@@ -98,7 +98,7 @@ test-install: linux
 	@scripts/test-install linux
 
 dist-windows: windows
-	@rm -rf build/dist && cmake --install build/windows-x86 --strip --prefix build/dist/tavrix >/dev/null
+	@rm -rf build/dist && cmake --install build/windows-x86 --prefix build/dist/tavrix >/dev/null
 	@cd build/dist && cmake -E tar cf ../tavrix-windows.zip --format=zip tavrix
 	@echo build/tavrix-windows.zip
 

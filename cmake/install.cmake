@@ -17,6 +17,24 @@ install(DIRECTORY quern DESTINATION ${headers} FILES_MATCHING PATTERN "*.h"
 install(TARGETS Tavrix32 quern EXPORT TavrixTargets)
 install(TARGETS tavrix)
 
+# Programs and the shared library are shipped without symbols. What a debugger needs lies beside
+# them, in a folder .debug, where it looks by itself.
+foreach(target Tavrix32 tavrix)
+  set(folder ${CMAKE_INSTALL_BINDIR})
+  if(target STREQUAL Tavrix32 AND NOT WIN32)
+    set(folder ${CMAKE_INSTALL_LIBDIR})
+  endif()
+  install(CODE "
+    set(folder \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${folder}\")
+    set(name $<TARGET_FILE_NAME:${target}>)
+    file(MAKE_DIRECTORY \"\${folder}/.debug\")
+    foreach(step \"--only-keep-debug;\${name};.debug/\${name}.debug\" \"--strip-all;\${name}\"
+        \"--add-gnu-debuglink=.debug/\${name}.debug;\${name}\")
+      execute_process(COMMAND \"${CMAKE_OBJCOPY}\" \${step} WORKING_DIRECTORY \"\${folder}\"
+        COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()")
+endforeach()
+
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/Tavrix)
 install(EXPORT TavrixTargets NAMESPACE Tavrix:: DESTINATION ${package})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/TavrixConfigVersion.cmake

@@ -51,6 +51,8 @@ using Statfs = struct statfs64;
 using Statx = struct statx;
 
 CALL(int, open, (const char* name, int flags, unsigned mode), (name, flags, mode), -1, EIO)
+// open without a mode, as _FORTIFY_SOURCE calls it.
+int __wrap___open_2(const char* name, int flags) { return __wrap_open(name, flags, 0); }
 CALL(ssize_t, read, (int file, void* bytes, size_t size), (file, bytes, size), -1, EIO)
 CALL(ssize_t, write, (int file, const void* bytes, size_t size), (file, bytes, size), -1, EIO)
 CALL(FILE*, fdopen, (int file, const char* mode), (file, mode), nullptr, ENOMEM)
