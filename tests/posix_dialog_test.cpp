@@ -289,7 +289,7 @@ TEST_F(PosixDialog, IsWhatTheExportAndTheProgramAsk) {
   EXPECT_EQ(XDlgFileOpen(&ofn_), 1) << "it sets the size itself";
   EXPECT_EQ(ofn_.lStructSize, 76u);
   EXPECT_EQ(file_, folder_ + "/a.txt");
-  std::string open = TAVRIX_PROGRAM " open >'" + tree_.Path("out") + "' 2>&1";
+  std::string open = "\"" TAVRIX_PROGRAM "\" open >'" + tree_.Path("out") + "' 2>&1";
   EXPECT_EQ(system(open.c_str()), 0);
   EXPECT_EQ(tree_.Read("out"), folder_ + "/a.txt\n");
   Desktop("zenity", "exit 1");
