@@ -253,7 +253,12 @@ class FileModel {
                               : 0;
     if (kind == 0) return Raise(word & FO_MAPPED ? "19" : "29", true), false;
     bool makes = access == 16 || access == 18 || access == 32;
-    if ((again && !full) || (missing && !makes) || (!missing && access == 16) || Refused())
+#ifdef _WIN32
+    bool held = view == kWriting;  // counts as an open that shares nothing
+#else
+    bool held = false;
+#endif
+    if ((again && !full) || (missing && !makes) || (!missing && access == 16) || Refused(held))
       return Raise(std::to_string(kind + (word & FO_MAPPED ? 10 : 20)),
                    !(access == 16 && !missing && !(word & FO_MAPPED))),
              false;
