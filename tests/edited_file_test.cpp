@@ -1,18 +1,14 @@
 // Random sequences of calls on a file, against a model: edits of every kind, at every limit, with
 // system calls and allocations that fail, and further edits after each failure.
-//
-// A sequence that fails is printed with its seed; EDITED_FILE_SEED=<seed> runs that one alone.
 
 #include <gtest/gtest.h>
 
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <random>
 #include <string>
 
 #include "platform/win32.h"
@@ -27,6 +23,7 @@
 #include "tests/support/limit.h"
 #include "tests/support/trail.h"
 #include "tests/support/tree.h"
+#include "tests/support/trial.h"
 
 #ifndef _WIN32
 #include <sys/mman.h>
@@ -35,34 +32,14 @@
 namespace quern {
 namespace {
 
+using tavrix_test::Choices;
 using tavrix_test::ClearedTrail;
 using tavrix_test::FileModel;
 using tavrix_test::Tree;
 
-// What a child has done so far, which its parent reads when it is gone.
-struct Progress {
-  uint32_t seed;
-  int64_t fault;  // number of the call or allocation that fails; 0: none
-  bool calls;     // a call of the system
-  bool everHit;   // it has failed
-  uint32_t steps, refused, faults;
-  char log[1 << 16];
-  size_t logged;
-};
-Progress* progress;
-
-__attribute__((format(printf, 1, 2))) void Log(const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  size_t left = sizeof progress->log - progress->logged;
-  int size = vsnprintf(progress->log + progress->logged, left, format, arguments);
-  va_end(arguments);
-  progress->logged += std::min(left - 1, static_cast<size_t>(size));
-}
-
 struct FaultPlan {
-  uint32_t step = ~0u;  // the call that has it
-  bool calls = false;   // of the system; else allocations
+  int64_t step = -1;   // the call that has it
+  bool calls = false;  // of the system; else allocations
   int64_t number = 0;
 };
 
@@ -75,44 +52,44 @@ struct Step {
 
 class Trial {
  public:
-  Trial(const Tree& tree, uint32_t seed) : tree_(tree), random_(seed) {}
+  Trial(Choices& choices, const Tree& tree, const FaultPlan& plan)
+      : choices_(choices), tree_(tree), plan_(plan) {}
 
-  bool Run(const FaultPlan& plan);
+  // What was different; empty when nothing was.
+  std::string Run();
+  bool hit() const { return hit_; }  // the fault was met
 
-  uint32_t Any(uint32_t below) { return below ? static_cast<uint32_t>(random_() % below) : 0; }
-  template <typename Value>
-  Value One(std::initializer_list<Value> values) {
-    return values.begin()[Any(static_cast<uint32_t>(values.size()))];
-  }
-  FileModel& model() { return model_; }
-
-  std::string Text(uint32_t most);
-  uint32_t Position();
-  uint32_t Length(int64_t pos);
-  FileModel::Source Source();
-  Step Open();
   Step Replace();
   Step Print();
   Step Resize();
   Step SetMost();
   Step Map();
   Step Reopen();
-  Step Close();
-  Step Revert();
 
  private:
-  bool Make(Step step, const FaultPlan* fault);
-  bool Agrees(const FileModel& model, int64_t wanted, int64_t result, const std::string& trail,
-              std::string* why);
-  bool SameBytes();
-  void SyncDisk();
-  std::string Flushed();
+  uint32_t Any(uint32_t below) { return choices_.Below(below); }
+  template <typename Value>
+  Value One(std::initializer_list<Value> values) {
+    return choices_.One(values);
+  }
+  std::string Text(uint32_t most);
+  uint32_t Position();
+  uint32_t Length(int64_t pos);
+  FileModel::Source Source();
+  Step Open();
+  Step Revert();
+  Step Close();
 
+  bool Make(const Step& step, bool fails);
+  std::string Shown(FileModel& model, int64_t result, const std::string& trail);
+  bool SameBytes();
+
+  Choices& choices_;
   const Tree& tree_;
-  std::mt19937 random_;
+  const FaultPlan& plan_;
   FileModel model_;
   const char* view_ = nullptr;
-  bool streamed_ = false;
+  bool hit_ = false;
 };
 
 const struct {
@@ -169,11 +146,11 @@ Step Trial::Replace() {
   if (!model_.stream && model_.based && Any(30) == 0) pos = -1;
   uint32_t length = model_.stream ? Any(8) : Length(pos);
   FileModel::Source source = Source();
-  Log("%lld, %u, %s %lld+%u", static_cast<long long>(pos), length,
-      source.kind == FileModel::kOwn       ? "own"
-      : source.kind == FileModel::kNoBytes ? "null"
-                                           : "view",
-      static_cast<long long>(source.from), source.count);
+  choices_.Log("%lld, %u, %s %lld+%u", static_cast<long long>(pos), length,
+               source.kind == FileModel::kOwn       ? "own"
+               : source.kind == FileModel::kNoBytes ? "null"
+                                                    : "view",
+               static_cast<long long>(source.from), source.count);
   return {[=] {
             char* view = CurrentFile->pView;
             const void* bytes = source.kind == FileModel::kOwn         ? source.own.data()
@@ -213,11 +190,12 @@ Step Trial::Print() {
                : form == 2 ? text.substr(0, precision) + "," + text
                            : own + "-" + text;
   source.count = static_cast<uint32_t>(source.own.size());
-  Log("%s%s %u, %u, form %u %s %u+%u",
-      how == 0   ? "append"
-      : how == 1 ? "insert"
-                 : "put",
-      listed == 0 ? " list" : "", pos, length, form, mine ? "own" : "view", from, source.count);
+  choices_.Log("%s%s %u, %u, form %u %s %u+%u",
+               how == 0   ? "append"
+               : how == 1 ? "insert"
+                          : "put",
+               listed == 0 ? " list" : "", pos, length, form, mine ? "own" : "view", from,
+               source.count);
   return {[=] {
             char *view = CurrentFile->pView, *to = view + pos;
             const char* what = mine ? own.c_str() : view + from;
@@ -244,7 +222,7 @@ Step Trial::Resize() {
                                    model_.most - model_.size + Any(2), 70'000, 66'000});
   if (model_.size + change > 500'000 && model_.size + change <= model_.most)
     change = 0 - model_.size / 2;
-  Log("%d", static_cast<int32_t>(change));
+  choices_.Log("%d", static_cast<int32_t>(change));
   return {[=] { return FileResize(static_cast<int32_t>(change)); },
           [=](FileModel& model) { return model.Resize(change); }};
 }
@@ -256,7 +234,7 @@ Step Trial::SetMost() {
   uint32_t most = std::min(end, One({model_.size, model_.size + Any(40), model_.size + 10'000,
                                      model_.size - Any(model_.size + 1), 150'000u, 200'000u}));
   if (model_.stream) most = std::max(most, model_.size);
-  Log("%u", most);
+  choices_.Log("%u", most);
   return {[=] { return CurrentFile->nMaxSize = most, 0; },
           [=](FileModel& model) { return model.most = most, 0; }};
 }
@@ -265,15 +243,17 @@ Step Trial::Map() {
   uint32_t size = One({0u, 1u, model_.size, model_.size + Any(70'000)});
   bool reader = !model_.Has(FO_WRITE | FO_KEEP_NAME);
   if (model_.stream || (reader && model_.based)) size = 0;
-  Log("%u", size);
+  choices_.Log("%u", size);
   return {[=] { return FileMap(size); }, [=](FileModel& model) { return model.Map(size); }};
 }
 
 Step Trial::Reopen() {
   uint32_t flags = FO_MAPPED | One({9u, 10u, 2u, 18u, 16u, 4u}) | One({0u, FO_STAT, FO_ZERO_END}) |
                    (model_.flags & FO_SEP_MASK);
+  // Behind a view without a reserve others may be, and a reserve that fails is fatal.
+  if (model_.based && !model_.Has(FO_WRITE | FO_KEEP_NAME)) flags = FO_MAPPED | One({1u, 4u});
   if (model_.stream) flags = FO_MAPPED | 4;  // the stream of such a file stays, and nothing fits
-  Log("0x%X", flags);
+  choices_.Log("0x%X", flags);
   return {[=] { return FileOpen(CurrentFile, nullptr, flags) ? 1 : 0; },
           [=](FileModel& model) { return model.Open(flags, true) ? 1 : 0; }};
 }
@@ -294,13 +274,17 @@ Step Trial::Open() {
     if (Any(8) == 0) flags |= FO_BACKUP;
 #endif
   }
-  streamed_ = !(flags & FO_MAPPED);
   model_.missing = Any(8) == 0;
   model_.disk = model_.missing ? "" : Any(6) == 0 ? Text(70'000) : Text(Any(5) ? 60 : 0);
   std::filesystem::remove(tree_.root() / "f");
   if (!model_.missing) tree_.File("f", model_.disk);
-  Log("0x%X, %u bytes%s", flags, static_cast<uint32_t>(model_.disk.size()),
-      model_.missing ? " missing" : "");
+#ifndef _WIN32
+  if ((flags & FO_MAPPED) && Any(6) == 0)
+    model_.diskLimit =
+        std::max(One({66'000u, 140'000u}), static_cast<uint32_t>(model_.disk.size()));
+#endif
+  choices_.Log("open 0x%X, %u bytes%s", flags, static_cast<uint32_t>(model_.disk.size()),
+               model_.missing ? " missing" : "");
   std::string name = tree_.Path("f");
   return {[=] { return FileOpen(nullptr, name.c_str(), flags) ? 1 : 0; },
           [=](FileModel& model) { return model.Open(flags, false) ? 1 : 0; }};
@@ -314,60 +298,48 @@ Step Trial::Revert() {
   return {[] { return FileRevert(); }, [](FileModel& model) { return model.Revert(); }, true};
 }
 
-FileModel::View Shown(const FileObject* file) {
+FileModel::View ViewOf(const FileObject* file) {
   if (!file->pView || IsBadReadPtr(file->pView, 1)) return FileModel::kNone;
   return IsBadWritePtr(file->pView, 1) ? FileModel::kReading : FileModel::kWriting;
 }
 
-bool Trial::Agrees(const FileModel& model, int64_t wanted, int64_t result, const std::string& trail,
-                   std::string* why) {
+// A line of all that can be seen. What the model leaves open is as the system has it.
+std::string Trial::Shown(FileModel& model, int64_t result, const std::string& trail) {
+  if (const FileObject* file = CurrentFile) {
+    if (model.mappedOpen && file->nMapped == 0) model.mapped = 0;
+    if (model.basedOpen) model.based = file->pView;
+    if (model.viewOpen) model.view = ViewOf(file);
+  }
+  char line[256];
+  snprintf(line, sizeof line,
+           "%lld \"%s\" size %u most %u delta %d open %u mapped %u grow %u flags 0x%X based %d "
+           "view %d\n",
+           static_cast<long long>(result), trail.c_str(), model.size, model.most,
+           static_cast<int>(model.delta), model.openSize, model.mapped, model.grow, model.flags,
+           model.based, model.view);
+  return line;
+}
+
+FileModel Real() {
+  FileModel real;
   const FileObject* file = CurrentFile;
-  char text[512];
-  auto line = [&](const char* who, int64_t value, const std::string& codes, auto... fields) {
-    snprintf(text, sizeof text,
-             "  %s: %lld \"%s\" size %u most %u delta %d open %u mapped %u grow %u flags 0x%X "
-             "based %d view %d\n",
-             who, static_cast<long long>(value), codes.c_str(), fields...);
-    *why += text;
-  };
-  line("model", wanted, model.Trail(), model.size, model.most, static_cast<int>(model.delta),
-       model.openSize, model.mapped, model.grow, model.flags, model.based, model.view);
-  bool same = wanted == result && model.Trail() == trail;
-  if (!file) return same;
-  FileModel::View view = Shown(file);
-  return same && model.size == file->nSize && model.most == file->nMaxSize &&
-         model.delta == file->nDelta && model.openSize == file->nOpenSize &&
-         model.grow == file->nGrow && model.flags == file->fFlags &&
-         (model.mapped == file->nMapped || (model.mappedOpen && file->nMapped == 0)) &&
-         (model.based == (file->pView != nullptr) || model.basedOpen) &&
-         (model.view == view || model.viewOpen);
+  if (!file) return real;
+  real.size = file->nSize, real.most = file->nMaxSize, real.delta = file->nDelta;
+  real.openSize = file->nOpenSize, real.mapped = file->nMapped, real.grow = file->nGrow;
+  real.flags = file->fFlags, real.based = file->pView, real.view = ViewOf(file);
+  return real;
 }
 
 // The view shows what the disk has.
 bool Trial::SameBytes() {
-  const FileObject* file = CurrentFile;
-  if (!file || model_.view == FileModel::kNone) return true;
+  if (!CurrentFile || model_.view == FileModel::kNone) return true;
   size_t shown = std::min<size_t>(model_.mapped, model_.disk.size());
-  const char* disk = model_.disk.data();
-  if (memcmp(file->pView, disk, shown) == 0) return true;
-  size_t at = 0;
-  while (file->pView[at] == disk[at]) ++at;
-  Log("\n  other bytes from %u on\n", static_cast<uint32_t>(at));
-  return false;
+  if (memcmp(CurrentFile->pView, model_.disk.data(), shown) == 0) return true;
+  return choices_.Log("  other bytes\n"), false;
 }
 
-// What a stream has written.
-std::string Trial::Flushed() {
-  if (CurrentFile && CurrentFile->pStream) fflush(CurrentFile->pStream);
-  return tree_.Read("f");
-}
-
-// What a call that failed on the way has made of the file's size; what it adds is zeros.
-void Trial::SyncDisk() {
-  if (tree_.Exists("f")) model_.disk.resize(std::filesystem::file_size(tree_.root() / "f"));
-}
-
-bool Trial::Make(Step step, const FaultPlan* fault) {
+// Makes a call of the library, then that of the model with each of its choices.
+bool Trial::Make(const Step& step, bool fails) {
   int64_t result;
   bool hit = false;
   {
@@ -375,203 +347,149 @@ bool Trial::Make(Step step, const FaultPlan* fault) {
     std::optional<tavrix_test::Limit> limit;
     if (model_.diskLimit != ~uint64_t{0}) limit.emplace(RLIMIT_FSIZE, model_.diskLimit);
     std::optional<tavrix_test::CallFault> calls;
-    if (fault && fault->calls) calls.emplace(fault->number);
+    if (fails && plan_.calls) calls.emplace(plan_.number);
 #endif
     std::optional<tavrix_test::AllocationFault> allocations;
-    if (fault && !fault->calls) allocations.emplace(fault->number);
+    if (fails && !plan_.calls) allocations.emplace(plan_.number);
     result = step.real();
     if (allocations) hit = allocations->Hit();
 #ifndef _WIN32
     if (calls) hit = calls->Hit();
 #endif
   }
-  progress->everHit = progress->everHit || hit;
-  std::string trail = ClearedTrail();
-  if (step.ends && CurrentFile) return Log("\n  still there\n"), false;
-  std::string outcomes;
+  hit_ = hit_ || hit;
+  const std::string trail = ClearedTrail();
+  if (step.ends && CurrentFile) return choices_.Log(" still there\n"), false;
   model_.mayFail = model_.mayFail || hit;
-  FileModel before = model_;
-  std::string disk = before.stream ? Flushed() : "";
+  if (model_.stream && CurrentFile && CurrentFile->pStream) fflush(CurrentFile->pStream);
+  const bool compares = (model_.stream || step.ends) && tree_.Exists("f");
+  const std::string disk = compares ? tree_.Read("f") : "";
+  FileModel real = Real();
+  const std::string seen = Shown(real, result, trail);
+  choices_.Log(" = %s", seen.c_str());
+  std::string outcomes;
   int most = 0;
   for (int choice = 0, way = 0; way <= most; ++choice) {
-    FileModel model = before;
+    FileModel model = model_;
     model.Begin(choice, way);
-    int64_t wanted = step.model(model);
+    const int64_t wanted = step.model(model);
     most = std::max(most, model.ways);
     if (choice > model.seen) {
       choice = -1, ++way;
       continue;
     }
-    if (model.stream && before.stream && disk != model.disk) continue;
-    if (!Agrees(model, wanted, result, trail, &outcomes)) continue;
-    model_ = model;
-    if (CurrentFile) {
-      if (model_.based && CurrentFile->pView != view_ && view_ && before.based &&
-          before.place == model_.place)
-        return Log("\n  other address\n"), false;
-      model_.mapped = CurrentFile->nMapped;
-      model_.based = CurrentFile->pView;
-      model_.view = Shown(CurrentFile);
-      if (model_.handleOpen && !model_.stream) model_.open = CurrentFile->hFile;
-      if (hit) SyncDisk();
-      view_ = CurrentFile->pView;
+    // A call that failed on the way may have made the file longer, with zeros.
+    if (hit && tree_.Exists("f")) model.disk.resize(std::filesystem::file_size(tree_.root() / "f"));
+    if (compares && (model.stream || step.ends) && disk != model.disk) continue;
+    const std::string line = Shown(model, wanted, model.Trail());
+    if (line != seen) {
+      outcomes += "   not " + line;
+      continue;
     }
-    ++progress->steps;
-    progress->refused += !trail.empty();
-    Log(" = %lld %s\n", static_cast<long long>(result), trail.c_str());
+    const bool stays = model_.based && model.based && model.place == model_.place;
+    model_ = model;
+    if (!CurrentFile) return true;
+    if (stays && view_ && CurrentFile->pView != view_)
+      return choices_.Log("  other address\n"), false;
+    if (model_.handleOpen && !model_.stream) model_.open = CurrentFile->hFile;
+    view_ = CurrentFile->pView;
     return SameBytes();
   }
-  Log("\n  real: %lld \"%s\"", static_cast<long long>(result), trail.c_str());
-  if (const FileObject* file = CurrentFile)
-    Log(" size %u most %u delta %d open %u mapped %u grow %u flags 0x%X based %d view %d",
-        file->nSize, file->nMaxSize, static_cast<int>(file->nDelta), file->nOpenSize, file->nMapped,
-        file->nGrow, file->fFlags, file->pView != nullptr, Shown(file));
-  Log("%s\n%s", hit ? " after a fault" : "", outcomes.c_str());
+  choices_.Log("%s", outcomes.substr(0, 1000).c_str());
   return false;
 }
 
-bool Trial::Run(const FaultPlan& plan) {
-#ifndef _WIN32
-  uint64_t end = Any(6) ? ~uint64_t{0} : One({66'000u, 140'000u});
-#else
-  uint64_t end = ~uint64_t{0};
-#endif
-  uint32_t total = 0, steps = 2 + Any(24);
+std::string Trial::Run() {
+  uint32_t total = 0;
   for (const auto& op : kOps) total += op.weight;
+  const uint32_t steps = 2 + Any(24);
   for (uint32_t number = 0; number <= steps; ++number) {
-    const FaultPlan* fault = plan.step == number ? &plan : nullptr;
     Step step;
-    bool revert = false;
     if (number == 0) {
-      Log("open ");
       step = Open();
-      if (!streamed_) model_.diskLimit = std::max<uint64_t>(end, model_.disk.size());
     } else if (number == steps) {
-      revert = !model_.stream && model_.open && Any(4) == 0;
-      Log(revert ? "revert" : "close");
-      step = revert ? Revert() : Close();
+      step = !model_.stream && model_.open && Any(4) == 0 ? Revert() : Close();
     } else {
       uint32_t which = Any(total), i = 0;
       while (which >= kOps[i].weight) which -= kOps[i++].weight;
-      Log("%s ", kOps[i].name);
+      choices_.Log("%s ", kOps[i].name);
       step = (this->*kOps[i].make)();
     }
-    if (fault)
-      Log(" (%s %lld fails)", fault->calls ? "call" : "allocation",
-          static_cast<long long>(fault->number));
-    if (!Make(step, fault)) return false;
+    if (!Make(step, plan_.step == number)) return "different";
     if (!CurrentFile) break;
   }
-  if (CurrentFile) return Log("left open\n"), false;
-  if (tree_.Exists("f") == model_.missing) return Log("missing: %d\n", !model_.missing), false;
-  if (model_.missing) return true;
-  std::string disk = tree_.Read("f");
-  if (disk == model_.disk) return true;
-  auto other = std::mismatch(disk.begin(), disk.end(), model_.disk.begin(), model_.disk.end());
-  Log("on the disk %u bytes, model %u, other from %u on\n", static_cast<uint32_t>(disk.size()),
-      static_cast<uint32_t>(model_.disk.size()), static_cast<uint32_t>(other.first - disk.begin()));
-  return false;
+  if (CurrentFile) return "left open";
+  if (tree_.Exists("f") == model_.missing) return "on the disk, or not";
+  return "";
 }
 
-// Runs one sequence. What it leaves behind the first time may be the library's own store, which is
-// kept; the second time nothing is left.
-bool Runs(const Tree& tree, uint32_t seed, const FaultPlan& plan) {
-  progress->everHit = false;
-  int64_t lost = 0;
-  for (int again = 0; again < 3; ++again) {
-    progress->logged = 0;
-    Log("seed %u\n", seed);
-    int64_t blocks = tavrix_test::LiveBlocks();
-#ifndef _WIN32
-    int64_t descriptors = tavrix_test::OpenDescriptors();
-#endif
-    {
-      Trial trial(tree, seed);
-      if (!trial.Run(plan)) return false;
-    }
-    lost = tavrix_test::LiveBlocks() - blocks;
-#ifndef _WIN32
-    lost += tavrix_test::OpenDescriptors() - descriptors;
-#endif
-    if (lost == 0) return true;
-  }
-  Log("%lld blocks or descriptors are lost\n", static_cast<long long>(lost));
-  return false;
-}
-
-void ShareProgress() {
+// Runs one sequence. What it leaves the first time may be the library's own store, which is kept;
+// the second time nothing is left.
+std::string Try(Choices& choices, const Tree& tree, const FaultPlan& plan, bool* hit) {
 #ifdef _WIN32
-  static Progress own;
-  progress = &own;
-#else
-  void* shared =
-      mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(shared, MAP_FAILED);
-  progress = static_cast<Progress*>(shared);
-#endif
-}
-
-// Runs sequences from `first` to `last`, in children where there are any; EDITED_FILE_SEED chooses
-// one of them. Without one the body fails alike.
-void RunAll(uint32_t first, uint32_t last, const std::function<bool(const Tree&, uint32_t)>& each) {
-  ShareProgress();
-  Tree tree;
-  if (const char* only = getenv("EDITED_FILE_SEED"))
-    first = last = static_cast<uint32_t>(atoi(only));
-  progress->seed = first;
-  auto all = [&] {
-#ifndef _WIN32
-    setenv("TMPDIR", tree.Path("t").c_str(), 1);  // where a backup can be made
-#endif
-    ErrRaise("test", 1, 1);
-    ErrClear();
-    for (; progress->seed <= last; ++progress->seed) {
-      if (!each(tree, progress->seed)) return 1;
-    }
-    return 0;
-  };
-#ifdef _WIN32
-  EXPECT_EQ(all(), 0) << progress->log;
+  auto held = [] { return tavrix_test::LiveBlocks(); };
 #else
   tree.Dir("t/" + tree.Path("t").substr(1));
-  for (int failures = 0; failures < 5;) {
-    int code = tavrix_test::InChild(all);
-    if (code == 0) break;
-    // A reserve that cannot be set up ends the process.
-    bool fatal = progress->fault != 0 && (code == 15 || code == 16);
-    if (!fatal) {
-      ++failures;
-      ADD_FAILURE() << "ended with " << code << "\n" << progress->log;
-      ++progress->seed, progress->fault = 0, progress->calls = false;
-    }
-  }
+  setenv("TMPDIR", tree.Path("t").c_str(), 1);  // where a backup can be made
+  auto held = [] { return tavrix_test::LiveBlocks() + tavrix_test::OpenDescriptors(); };
 #endif
+  for (int again = 0; again < 3; ++again) {
+    Choices same = choices;
+    const int64_t before = held();
+    Trial trial(same, tree, plan);
+    const std::string difference = trial.Run();
+    *hit = trial.hit();
+    if (!difference.empty()) return choices = same, difference;
+    if (held() == before) return "";
+  }
+  return "blocks or descriptors are lost";
 }
 
 TEST(EditedFile, RandomCallsAgreeWithAModel) {
-  RunAll(1, 1000, [](const Tree& tree, uint32_t seed) { return Runs(tree, seed, {}); });
-  EXPECT_GT(progress->refused, 3000u);
-  EXPECT_GT(progress->steps, 8000u);
+  Tree tree;
+  auto trial = [&](Choices& choices) {
+    bool hit;
+    return Try(choices, tree, {}, &hit);
+  };
+  EXPECT_EQ(tavrix_test::RunTrials(1, 1000, trial), "");
 }
 
 #ifndef _WIN32
 
-// Each system call and each allocation of one call fails in turn; the calls behind it go on.
+// Each allocation and each system call of one call fails in turn; the calls behind it go on. A
+// reserve that cannot be set up ends the process with 15 or 16: this runs in children, which count
+// in memory that is shared.
 TEST(EditedFile, RandomCallsAgreeAfterEachFault) {
-  RunAll(10'001, 10'120, [](const Tree& tree, uint32_t seed) {
-    for (;; progress->calls = true, progress->fault = 0) {
-      do {
-        ++progress->fault;
-        FaultPlan plan = {seed % 5, progress->calls, progress->fault};
-        if (!Runs(tree, seed, plan)) return false;
-        ++progress->faults;
-      } while (progress->everHit);
-      if (progress->calls) break;
+  Tree tree;
+  ErrRaise("test", 1, 1);  // the stack of errors is there
+  ErrClear();
+  auto* number = static_cast<int64_t*>(
+      mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  int64_t faults = 0;
+  auto each = [&](Choices& choices) {
+    const int64_t step = choices.Below(5);
+    auto fail = [&](bool calls) {
+      for (bool hit = true; hit; ++*number) {
+        Choices same = choices;
+        const std::string difference = Try(same, tree, {step, calls, *number}, &hit);
+        if (!difference.empty())
+          return fprintf(stderr, "%s%s\n", same.log().c_str(), difference.c_str()), 1;
+      }
+      return 0;
+    };
+    for (bool calls : {false, true}) {
+      int code;
+      for (*number = 1; (code = tavrix_test::InChild([&] { return fail(calls); })); ++*number) {
+        if (code != 15 && code != 16)
+          return std::string(calls ? "call " : "allocation ") + std::to_string(*number) +
+                 ": ended with " + std::to_string(code);
+      }
+      faults += *number;
     }
-    progress->calls = false, progress->fault = 0;
-    return true;
-  });
-  EXPECT_GT(progress->faults, 400u);
+    return std::string();
+  };
+  EXPECT_EQ(tavrix_test::RunTrials(10'001, 10'120, each), "");
+  EXPECT_GT(faults, 400);
 }
 
 #endif

@@ -1,6 +1,6 @@
 # Checks what LIBRARY shows to the world: the eight functions and nothing else.
 #
-#   cmake -D LIBRARY=file -D WINDOWS=0|1 -D NM=nm -D OBJDUMP=objdump -P exports_check.cmake
+#   cmake -D LIBRARY=file -D WINDOWS=0|1 -D NM=nm -D OBJDUMP=objdump -D OBJCOPY=objcopy -P exports_check.cmake
 
 # In the order of their ordinals, with the bytes of arguments that each removes.
 set(functions XDlgFileOpen@4 XErrorInfo@4 XFileList@16 XProcStart@4 XStrCSpn@12 XStrCmp@12 XStrLen@4
@@ -65,7 +65,8 @@ foreach(import IN LISTS imports)
   endif()
 endforeach()
 
-file(SIZE ${LIBRARY} size)
+run(output ${OBJCOPY} --strip-all ${LIBRARY} stripped.dll)
+file(SIZE stripped.dll size)
 if(size GREATER_EQUAL 204800)
   message(FATAL_ERROR "${size} bytes; a drop-in for small programs stays below 204800")
 endif()

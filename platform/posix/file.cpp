@@ -55,8 +55,8 @@ constexpr HandleKind kFile = {CloseFile};
 struct Request {
   DWORD uses, share;
   DWORD disposition;
-  int flags;   // of open: O_RDONLY, O_WRONLY or O_RDWR, and O_APPEND
-  bool lasts;  // others see it until it is closed; for regular files alone
+  int flags;      // of open: O_RDONLY, O_WRONLY or O_RDWR, and O_APPEND
+  bool lasts;     // others see it until it is closed; for regular files alone
   unsigned mode;  // permissions of a new file
 };
 

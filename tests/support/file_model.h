@@ -100,8 +100,10 @@ class FileModel {
       disk.resize(bytes);
     }
     mapped = bytes;
-    // Where its addresses end, others may be.
-    if (number != 0 || Refused(bytes > rangeEnd)) {
+    // A view for reading stays until the new one is there, and where it is nothing else fits. Where
+    // the addresses of a view that grows end, others may be.
+    bool taken = based && !Has(FO_WRITE | FO_KEEP_NAME);
+    if (number != 0 || Refused(bytes > rangeEnd, taken)) {
       Raise("02", true);
       Unmap();
       return 2;
@@ -222,6 +224,7 @@ class FileModel {
   bool OpenSteps(uint32_t word, bool again) {
     using namespace quern;
     handleOpen = again, opened = false;  // one that fails may have closed the old handle
+    const uint32_t former = flags;
     if (!again && Refused()) {
       for (const char* code : {"02", "1000", "01"}) Raise(code);
       return false;
@@ -276,7 +279,10 @@ class FileModel {
     if (word & FO_STAT) {
       if (stream) return Raise("03"), Raise("03"), false;
       for (const char* code : {"01", "02", "03"}) {
-        if (Refused()) return Raise(code), Raise("03"), false;
+        if (Refused()) {
+          if (again && view != kNone) flags = former;
+          return Raise(code), Raise("03"), false;
+        }
         named = true;
       }
       named = true;
