@@ -434,12 +434,14 @@ std::string Try(Choices& choices, const Tree& tree, const FaultPlan& plan, bool*
   auto held = [] { return tavrix_test::LiveBlocks() + tavrix_test::OpenDescriptors(); };
 #endif
   for (int again = 0; again < 3; ++again) {
-    Choices same = choices;
     const int64_t before = held();
-    Trial trial(same, tree, plan);
-    const std::string difference = trial.Run();
-    *hit = trial.hit();
-    if (!difference.empty()) return choices = same, difference;
+    {
+      Choices same = choices;
+      Trial trial(same, tree, plan);
+      const std::string difference = trial.Run();
+      *hit = trial.hit();
+      if (!difference.empty()) return choices = same, difference;
+    }
     if (held() == before) return "";
   }
   return "blocks or descriptors are lost";
