@@ -1,4 +1,4 @@
-// The enumeration of names: lists of roots and patterns, and what each call reports.
+// The enumeration of names, a call for each of them, and the walk with a callback.
 #include "exports/tavrix32.h"
 #include "tests/support/opened.h"
 
@@ -57,7 +57,6 @@ TEST_F(List, TakesRootsAndPatternsApart) {
       {"@/1;\t;@/2", nullptr, all},     // a tab is a root, and yields nothing
       {"\"@/1\";\"@/2\"", nullptr, all},
       {"\"@/my dir/*.txt\"", nullptr, "\"@/my dir/c.txt\"", FL_QUOTE},
-      {"\"@/my dir/c.txt\"", nullptr, "@/my dir/c.txt"},
       {"@/none;@/2/?.TXT", nullptr, "@/2/a.txt"},
       {"-", "@/1/*.c", "@/1/b.c"},
       {"@/1", " *.c ;\t\"a*\"", "@/1/b.c @/1/a.txt"},
@@ -78,7 +77,7 @@ TEST_F(List, TakesRootsAndPatternsApart) {
       // A pattern behind a reference serves every root; a second reference stays as it stands.
       {"-", "%ONE%*.txt", "@/1/a.txt"},
       {"-", "%ONE%\\*.txt", "@/1/a.txt"},
-      {"-", "%BOTH%/*.txt", "@/1/a.txt @/2/a.txt"},
+      {"-", "%BOTH%/*.txt", "@/1/a.txt @/2/a.txt", FL_AS_FOUND},
       {"-", "%ONE%\\%PATTERN%", ""},
       {"-", "%PATTERN%%LONG_AND_UNSET%", ""},
   });
@@ -92,7 +91,6 @@ TEST_F(List, EntersFolders) {
   const char* const all = "@/h.TXT @/a/1.c @/a/2.txt @/a/b/3.c @/a/d/4.c @/e/f/g/5.txt";
   ExpectAll({
       {"@/*", nullptr, all, FL_RECURSE},
-      {"@/*.*", nullptr, all, FL_RECURSE},
       {"@", "*.c;*.txt",
        "@/h.TXT @/a/2.txt @/a/1.c @/a/2.txt @/a/b/3.c @/a/d/4.c @/e/f/g/5.txt @/e/f/g/5.txt",
        FL_RECURSE},
@@ -110,7 +108,7 @@ TEST_F(List, EntersFolders) {
 TEST_F(List, GoesOnWhereItWas) {
   for (const char* name : {"1/a", "1/b", "2/c", "r/a/1", "r/a/b/2", "r/a/c/3", "r/d/4", "rd/6"})
     tree_.File(name);
-  const char *const roots = "@/1;@/2", *const deep = "@/r/*;@/2", *const q = "@/1;*.q";
+  const char *const roots = "@/1;@/2", *const deep = "@/r/*;@/2";
   const Row rows[] = {
       {roots, nullptr, "@/1/a", FL_FIRST},
       {roots, nullptr, "@/1/a"},
@@ -122,9 +120,6 @@ TEST_F(List, GoesOnWhereItWas) {
       {roots, nullptr, "@/1/a", FL_RESTART},
       {"x", nullptr, "@/1/b"},  // nothing is read behind the end of a shorter list
       {"x", nullptr, "-"},
-      {q, nullptr, "@/1/a", FL_AS_FOUND},
-      {q, nullptr, "", FL_AS_FOUND | FL_RESTART},
-      {"-", nullptr, "-"},
       {deep, nullptr, "@/r/a/1", FL_RECURSE},
       {deep, nullptr, "@/r/a/b/2", FL_RECURSE},
       {deep, nullptr, "@/2/c"},  // the next root
@@ -140,7 +135,8 @@ TEST_F(List, GoesOnWhereItWas) {
     if (strcmp(name, "@/rd/6") == 0) CurrentFinder->nMaxDepth = 2;
     EXPECT_EQ(Next(root, patterns, flags), name);
   }
-  // Names that are collected, of which the last may be the next list.
+  // Names that are collected, but for one that is too long; the last may be the next list.
+  if (kPathSeparator == '/') tree_.File("1/" + std::string(250, 'a'));
   const std::string one = In("@/1");
   FileList(one.c_str(), nullptr, 0);
   CurrentFinder->pszSep = " | ";
@@ -162,16 +158,68 @@ TEST_F(List, KeepsToTheLimitsOfItsTextsAndLevels) {
   ExpectAll({{"@/f*;@/e", nullptr, (names + "@/e/g").c_str(), FL_RECURSE}});
   EXPECT_EQ(CurrentFinder->nMaxDepth, 32);
   // Full names have 259 bytes; and a file as a root has a pattern's field, unless it is quoted.
-  const std::string at = "@/" + folder + "/";
-  names.clear();
-  for (size_t length = 5; length < (kPathSeparator == '/' ? 12 : 11); ++length) {
-    const std::string name = at + std::string(length, 'f');
-    tree_.File(name.substr(2));
-    if (length < 11) names += (length == 5 ? "" : " ") + name;
-    ExpectAll({{name.c_str(), nullptr, length < 6 ? name.c_str() : ""},
-               {("\"" + name + "\"").c_str(), nullptr, length < 7 ? name.c_str() : ""}});
+  const std::string at = "@/" + folder + "/fffff", quote = "\"";
+  for (const char* more : {"", "f", "ff", "fff", "ffff", "fffff"})
+    tree_.File((at + more).substr(2));
+  if (kPathSeparator == '/') tree_.File((at + "ffffff").substr(2));
+  names = at + " " + at + "f " + at + "ff " + at + "fff " + at + "ffff " + at + "fffff";
+  ExpectAll({{(at + "*").c_str(), nullptr, names.c_str()},
+             {at.c_str(), nullptr, at.c_str()},
+             {(at + "f").c_str(), nullptr, ""},
+             {(quote + at + "f\"").c_str(), nullptr, (at + "f").c_str()},
+             {(quote + at + "ff\"").c_str(), nullptr, ""}});
+}
+
+std::string seen;
+void (*also)(uint32_t code);
+
+uint32_t Note(uint32_t code, const WIN32_FIND_DATAA* entry) {
+  seen += std::to_string(code) + (entry ? std::string(":") + entry->cFileName : "") + " ";
+  if (also) also(code);
+  return 7;
+}
+
+std::string Walked(const Tree& tree, const char* pattern,
+                   int32_t (*walk)(char*, const char*, WalkCallback) = FileWalk) {
+  char path[300];
+  strcpy(path, tree.Path().c_str());
+  seen.clear();
+  EXPECT_EQ(walk(path, pattern, Note), 0);
+  EXPECT_EQ(path, tree.Path());
+  return seen;
+}
+
+TEST(Walk, ReportsMatchesOfOneLevel) {
+  Tree tree;
+  tree.File("a.txt");
+  tree.File("b.c");
+  // Where folders can be read-only they are no folders then.
+  const bool posix = kPathSeparator == '/';
+  tree.Dir(posix ? "ro" : "");
+  tree.SetReadOnly("ro", true);
+  for (auto walk : {FileWalk, FileWalkB}) {
+    EXPECT_EQ(Walked(tree, "*", walk), "5 2:a.txt 2:b.c " + std::string(posix ? "2:ro 6 " : "6 "));
+    EXPECT_EQ(Walked(tree, "*.c", walk), "5 2:b.c 6 ");
+    EXPECT_EQ(Walked(tree, "", walk) + Walked(tree, nullptr, walk), "5 6 5 6 ");
   }
-  ExpectAll({{(at + "*").c_str(), nullptr, names.c_str()}});
+  also = [](uint32_t) {
+    char path[300] = ".";
+    also = nullptr;
+    EXPECT_EQ(FileWalk(path, "*", Note), -2) << "deeper than its level";
+  };
+  Walked(tree, "*");
+}
+
+TEST(Walk, APassForEveryLevelAndCountersThatStay) {
+  Tree tree;
+  for (const char* file : {"a.txt", "d/b.txt", "e/f/c.txt"}) tree.File(file);
+  // The first pass reports the top; the second one finds f in e, so that the third goes to its
+  // files. The level stays for the siblings: with f found in e the files of e are behind.
+  EXPECT_EQ(Walked(tree, "*.txt"),
+            "5 2:a.txt 1:d 1:e 6 "
+            "5 5 2:b.txt 6 5 1:f 6 5 5 2:c.txt 6 6 6 ");
+  // A second walk begins at the level that the first one has left.
+  EXPECT_EQ(Walked(tree, "*.txt"), "5 5 6 5 5 2:c.txt 6 6 6 ");
 }
 
 }  // namespace

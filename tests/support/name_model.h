@@ -12,11 +12,11 @@
 namespace tavrix_test {
 
 inline bool Matches(const std::string& pattern, const std::string& name) {
-  posix_layer::UpperTable upper = posix_layer::CurrentUpper();
-  posix_layer::NamePattern compiled;
-  posix_layer::CompilePattern(pattern.data(), static_cast<uint32_t>(pattern.size()), upper,
-                              &compiled);
-  return posix_layer::MatchName(compiled, name.data(), static_cast<uint32_t>(name.size()), upper);
+  using namespace posix_layer;
+  const UpperTable upper = CurrentUpper();
+  NamePattern compiled;
+  CompilePattern(pattern.data(), static_cast<uint32_t>(pattern.size()), upper, &compiled);
+  return MatchName(compiled, name.data(), static_cast<uint32_t>(name.size()), upper);
 }
 
 // Whether a search for `pattern` finds `name`; what was seen not to fit is not tried again.
@@ -51,7 +51,8 @@ inline std::string ModelFull(const std::string& name, const std::string& folder)
   std::replace(path.begin(), path.end(), '\\', '/');
   const bool ends = path.ends_with('/');
   if (!path.starts_with('/')) path = folder + "/" + path;
-  path = std::filesystem::path(path + "/").lexically_normal().string();
+  path.erase(0, std::min(path.find_first_not_of('/'), path.size()) - 1);
+  path = std::filesystem::path(ends ? path : path + "/").lexically_normal().string();
   if (!ends && path.size() > 1) path.pop_back();
   return path;
 }
