@@ -1,25 +1,32 @@
-// The current file, for tests.
+// What tests of the file module need, and short ways to open and close.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
 #include <string>
+#include <vector>
 
-#include "quern/cfile/object.h"
-#include "quern/cfile/open.h"
-#include "tests/support/trail.h"
-#include "tests/support/tree.h"
+#include "platform/win32.h"       // IWYU pragma: export
+#include "quern/cerr.h"           // IWYU pragma: export
+#include "quern/cfile.h"          // IWYU pragma: export
+#include "quern/cobj.h"           // IWYU pragma: export
+#include "tests/support/call.h"   // IWYU pragma: export
+#include "tests/support/child.h"  // IWYU pragma: export
+#include "tests/support/trail.h"  // IWYU pragma: export
+#include "tests/support/tree.h"   // IWYU pragma: export
 
 namespace tavrix_test {
 
 inline quern::FileObject* Open(const Tree& tree, const char* name, uint32_t flags) {
-  quern::FileObject* file = quern::FileOpen(nullptr, tree.Path(name).c_str(), flags);
-  EXPECT_NE(file, nullptr);
-  return file;
+  return quern::FileOpen(nullptr, tree.Path(name).c_str(), flags);
 }
 
-// The data of a mapped one.
+// The data of the current file, a mapped one.
 inline std::string Data() { return {quern::CurrentFile->pView, quern::CurrentFile->nSize}; }
 
 // Closes it. Returns the trail.
@@ -28,12 +35,14 @@ inline std::string Close() {
   return ClearedTrail();
 }
 
-// Opens, says how it went ("ok" or the trail), and closes.
+// Opens a file and closes it. Returns its size and "r" or "w" for what it was opened for, or the
+// trail; and that of closing it behind a stroke, if there is one.
 inline std::string Opened(const std::string& name, uint32_t flags) {
-  quern::FileObject* file = quern::FileOpen(nullptr, name.c_str(), flags);
-  std::string result = file ? "ok" : ClearedTrail();
-  EXPECT_EQ(Close(), "") << name << " " << flags;
-  return result;
+  const quern::FileObject* file = quern::FileOpen(nullptr, name.c_str(), flags);
+  const char* way = file && file->fFlags & quern::FO_READ ? "r" : "w";
+  const std::string result = file ? std::to_string(file->nSize) + way : ClearedTrail();
+  const std::string end = Close();
+  return end.empty() ? result : result + "/" + end;
 }
 
 }  // namespace tavrix_test
