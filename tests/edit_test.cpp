@@ -103,12 +103,16 @@ TEST(Edit, RandomListsAgreeWithAString) {
   EXPECT_EQ(tavrix_test::RunTrials(1, 20000, EditTrial), "");
 }
 
-// Of lists without an order, bytes that were passed are left out.
-TEST(Edit, UnorderedListsStayInside) {
-  char block[] = "0123456789....";
-  for (int at : {6, 2, 7}) MemReplace(block, 10, block + at, 2, block + at - 2, 3, MEM_RECORD);
+// Of lists without an order, bytes that were passed are left out; the block's own bytes are read
+// when it is their turn.
+TEST(Edit, KnowsWhatCannotBeMadeInPlace) {
+  char block[] = "0123456789....", own[] = "0123456789....";
+  for (int at : {6, 2, 7}) MemReplace(block, 10, block + at, 2, "abc", 3, MEM_RECORD);
   EXPECT_EQ(Apply(block, 13), 3u);
-  EXPECT_STREQ(block, "0123454560125.");
+  EXPECT_STREQ(block, "012345abcabca.");
+  for (int at : {2, 6}) MemReplace(own, 10, own + at, 2, own + 8 - at, 3, MEM_RECORD);
+  EXPECT_EQ(Apply(own, 12), 2u);
+  EXPECT_STREQ(own, "016784567889..");
 }
 
 TEST(Edit, TheObjectComesAndGoes) {

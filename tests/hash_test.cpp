@@ -121,7 +121,7 @@ TEST(Hash, FindsTheEntriesOfAHome) {
     add a3 : +0 ; #5 +1 +0=a3x5 3=a3x5, add a3 : +1 ; #6 +2 +1=a3x6 3=a3x6, get a3 : 3, get b3 : 4
     get c3 : 12, get d3 : ., get c4 : ., next a3 : 3, next a3 : 7, next b3 : +0, next . : +0
     next a3 : ., next a3 : 3, next a3 : 7, next a3 : +0, get b3 : 4, next a3 : 3, next a3 : 7
-    reset a3 : ., next a3 : 3, other : ; #0 +., get a3 : .
+    reset a3 : ., next a3 : 3, other : ; #0 +., next a3 : .
     other : ; #6 +2 +0=a3x5 +1=a3x6 12=c3x4 3=a3x6 4=b3x2 7=a3x3, next a3 : 3, next a3 : 7
     empty +0 : ; +0=(a3:0), next a3 : ., next a3 : 3, next a3 : 7, get a3 : 3, del a3 : key
     del . : . !1, free : ; #0 +.)");
@@ -161,7 +161,8 @@ TEST(Hash, ChangesItsSize) {
     add a1 : 1 ; #1 1=a1x1, add b1 : 0 ; #2 0=b1x2 1=a1x2, add c1 : +0 ; #3 +1 +0=c1x3 1=a1x3
     size 3 -1 : -5 =05@1566 ; #2 +. 0= 1=b1x2 2=a1x2, free : ; #0, init 3 0 : 0
     add a1 : 1 ; #1 1=a1x1, add b1 : 2 ; #2 1=a1x2 2=b1x2, size 20 0 : 0 ; #3 2=:2x1 5=b1x2
-    size 1 0 : 0 ; #20 0=:0x1, size 3 0 : 0 ; #1 0= 2=:2x1, free : ; #0)");
+    size 1 0 : 0 ; #20 0=:0x1, size 3 0 : 0 ; #1 0= 2=:2x1, free : ; #0, init 3 0 : 0
+    add a1 : 1 ; #1 1=a1x1, remove 1 : (a1:0) ; #0 1=(a1:0), size 7 0 : 0, free :)");
 }
 
 TEST(Hash, RemembersTheLastOne) {
@@ -169,17 +170,20 @@ TEST(Hash, RemembersTheLastOne) {
     init 40 0 : 0, add a1 : 1 ; #1 1=a1x1, add b1 : 2 ; #2 1=a1x2 2=b1x2
     add c1 : 5 ; #3 1=a1x3 5=c1x3, add d1 : 10 ; #4 10=d1x4 1=a1x4, add e1 : ., size 0 3 : 0 ; +0
     add e1 : ., other : ; #0 +., init 40 0 : 0, add a1 : 1 ; #1 1=a1x1
-    other : ; #4 +0 10=d1x4 1=a1x4 2=b1x2 5=c1x3, add e1 : +0 ; #5 +1 +0=e1x5 1=a1x5, get e1 : +0
-    unequal :, get e1 : +0, other : ; #1 +. 10= 1=a1x1 2= 5=, get a1 : 1
-    other : ; #5 +1 +0=e1x5 10=d1x4 1=a1x5 2=b1x2 5=c1x3, get e1 : ., free : ; #0 +.
-    other : ; #1 1=a1x1, free : ; #0)");
+    other : ; #4 +0 10=d1x4 1=a1x4 2=b1x2 5=c1x3, add z9 : 9 ; #5 9=z9x1, size 0 -1 : 0 ; +.
+    add e1 : ., size 0 3 : 0 ; +0, other : ; #1 +. 10= 1=a1x1 2= 5= 9=, add b9 : 9 ; #2 9=b9x1
+    other : ; #5 +0 10=d1x4 1=a1x4 2=b1x2 5=c1x3 9=z9x1, add e1 : +0 ; #6 +1 +0=e1x5 1=a1x5
+    get e1 : +0, unequal :, get e1 : +0, other : ; #2 +. 10= 1=a1x1 2= 5= 9=b9x1, get a1 : 1
+    other : ; #6 +1 +0=e1x5 10=d1x4 1=a1x5 2=b1x2 5=c1x3 9=z9x1, get e1 : ., free : ; #0 +.
+    other : ; #2 1=a1x1 9=b9x1, free : ; #0)");
 }
 
 TEST(Hash, RefusesWhatItCannotDo) {
   Expect(R"(
     add a1 : ., get a1 : ., del a1 : ., init 0 0 : 0, add a1 : ., get a1 : ., init 5 0 : 0
-    get a1 : ., del a1 : ., add a1 : 1 ; #1 1=a1x1, slotless :, add a1 : ., get a1 : ., del a1 : .
-    remove *0 : . !1, free : ; #0)");
+    get a1 : ., del a1 : ., add a1 : 1 ; #1 1=a1x1, other : ; #0, init 9 0 : 0
+    add m5 : 5 ; #1 5=m5x1, other : ; 1=a1x1, remove *5 : . !1, slotless :, add a1 : ., get a1 : .
+    del a1 : ., remove *0 : . !1, free : ; #0, other : ; #1 5=m5x1, free : ; #0)");
   EXPECT_EQ(MemHashInit(nullptr, 1, 1, nullptr, nullptr) + MemHashFree(nullptr), -2);
   EXPECT_EQ(tavrix_test::ClearedTrail(), "01.01");
   EXPECT_EQ(MemHashSize(nullptr, 1, 1), -1);

@@ -98,6 +98,7 @@ TEST(Tree, UnlinksAndLeavesTheNeighbours) {
   Expect(large, "unlink 8 : 8 ; 7-9 7^5 8^7, unlink 8 : 8 ; 7^7");
   Expect({2, 8, 4, 6, 7, 9}, "unlink 8 : 8 ; 6-. 7+4 7-9 7^2 8^7");
   Expect({8, 2, 6, 5, 4, 1}, "unlink 2 : 2 ; 2^4 4+1 4-6 4^8 5+.");
+  Expect({5, 9, 6, 7}, "unlink 5 : 5 ; 6-9 6^. 9+. root=6");
   Expect({5, 2}, "unlink 5 : 5 ; 2^. root=2, unlink 2 : 2 ; root=.");
   Expect({5, 8}, "unlink 5 : 5 ; 8^. root=8");
   Expect({5}, "low 3 . : 3 ; 3-5 root=3, unlink 3 : 3 ; 5-5 root=5");  // 5 names no parent
