@@ -1,24 +1,27 @@
-// Replacing bytes of a block, at once and deferred, against a plain model.
+// Replacing bytes of a block, at once and deferred.
 
 #include "quern/cmem/edit.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
-#include <string>
-#include <vector>
+#include <deque>
 
-#include "quern/cerr.h"
 #include "quern/cobj.h"
 #include "tests/support/trail.h"
+#include "tests/support/trial.h"
 
 namespace quern {
 namespace {
 
+using tavrix_test::Choices;
 using tavrix_test::ClearedTrail;
 
 uint32_t Size(const std::string& text) { return static_cast<uint32_t>(text.size()); }
+uint32_t Apply(void* block, uint32_t length) {
+  ErrLast = 0;
+  return MemReplace(block, length, nullptr, 0, nullptr, 0, MEM_APPLY);
+}
 
 TEST(Edit, ReplacesAtOnce) {
   char memory[20] = "....12345678";
@@ -26,177 +29,112 @@ TEST(Edit, ReplacesAtOnce) {
   EXPECT_EQ(MemReplace(block, 8, block, 2, "abcde", 5, 0), 3u);
   EXPECT_STREQ(block, "abcde345678");
   EXPECT_EQ(MemReplace(block, 11, block + 2, 9, "", 0, 0), static_cast<uint32_t>(-9));
-  EXPECT_EQ(std::string(block, 2), "ab");
-  char room[] = "12345678........";
-  EXPECT_EQ(MemReplace(room, 8, room + 2, 1, nullptr, 4, 0), 3u);
-  EXPECT_STREQ(room, "12345645678.....");  // the new room keeps what the move left there
-  EXPECT_EQ(MemReplace(block, 8, block + 9, 0, "x", 1, 0), 0u);
-  EXPECT_EQ(MemReplace(block, 8, block + 4, 5, "x", 1, 0), 0u);
-  EXPECT_EQ(MemReplace(block, 8, block - 1, 1, "x", 1, 0), 0u);
+  EXPECT_EQ(MemReplace(block, 3, block + 2, 0, nullptr, 2, 0), 2u);
+  EXPECT_STREQ(block, "abcdc345678");  // the gap keeps what the move left there
+  for (auto [at, length] : {std::pair(9, 0u), {4, 5u}, {-1, 1u}})
+    EXPECT_EQ(MemReplace(block, 8, block + at, length, "x", 1, 0), 0u);
   EXPECT_EQ(MemReplace(nullptr, 8, nullptr, 0, "x", 1, 0), 0u);
   EXPECT_EQ(ClearedTrail(), "01.02.02.02");
   EXPECT_EQ(MemReplace(block, 8, block + 8, 0, "y", 1, 0), 1u);
 }
 
 TEST(Edit, NotesAreKeptUntilTheyApply) {
-  char block[] = "0123456789..";
-  char other[] = "0123456789";
-  auto note = [&](char* at, uint32_t size, uint32_t old, const char* text) {
-    ErrLast = 0;
-    EXPECT_EQ(MemReplace(at == other ? other : block, size, at, old, text, Size(text), MEM_RECORD),
-              0u);
-    return ErrLast;
-  };
-  EXPECT_EQ(MemReplace(block, 10, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
+  char block[] = "0123456789..", other[] = "0123456789";
+  EXPECT_EQ(Apply(block, 10), 0u);
   EXPECT_EQ(ErrLast, 5);
   EXPECT_EQ(MemCurrent->header.flags, INST_OWNED | INST_IMPLICIT);
-  EXPECT_EQ(note(block + 2, 10, 1, "abc"), 0);
-  EXPECT_EQ(note(block + 5, 10, 2, ""), 0);
-  EXPECT_EQ(note(block + 9, 10, 2, ""), 2);
-  EXPECT_EQ(note(block + 5, 9, 2, ""), 3);
-  EXPECT_EQ(note(other, 10, 2, ""), 3);
-  EXPECT_EQ(MemCurrent->nDelta, 0);
-  EXPECT_EQ(MemReplace(block, 9, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
+  auto note = [](char* of, uint32_t size, int at, uint32_t old, const char* text) {
+    ErrLast = 0;
+    return MemReplace(of, size, of + at, old, text, Size(text), MEM_RECORD) + uint32_t(ErrLast);
+  };
+  EXPECT_EQ(note(block, 10, 2, 1, "abc"), 0u);
+  EXPECT_EQ(note(block, 10, 5, 2, ""), 0u);
+  EXPECT_EQ(note(block, 10, 9, 2, ""), 2u);
+  EXPECT_EQ(note(block, 9, 5, 2, ""), 3u);
+  EXPECT_EQ(note(other, 10, 5, 2, ""), 3u);
+  EXPECT_EQ(Apply(block, 9), 0u);
   EXPECT_EQ(ErrLast, 6);
   EXPECT_STREQ(block, "0123456789..");
-  EXPECT_EQ(MemReplace(block, 11, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
+  EXPECT_EQ(Apply(block, 11), 0u);
   EXPECT_STREQ(block, "01abc34789..");
   EXPECT_EQ(MemCurrent->pBlock, nullptr);
-  EXPECT_EQ(ErrCurrent, nullptr);  // nothing was raised so far
   EXPECT_EQ(MemReplace(block, 10, block, 0, nullptr, 0, 0x00100000), 0u);
   EXPECT_EQ(ClearedTrail(), "09");
+  // Their true size counts: the sum of these wraps.
+  for (int at : {2, 4}) MemReplace(block, 8, block + at, 0, nullptr, 0x80000000, MEM_RECORD);
+  EXPECT_EQ(MemCurrent->nDelta, 0);
+  EXPECT_EQ(Apply(block, 8), 0u);
+  EXPECT_EQ(ErrLast, 6);
 }
 
-// Applying to the noted block, to another, and to one that the noted block lies in.
-TEST(Edit, RandomListsAgreeWithAModel) {
-  std::mt19937 random(3);
-  int inPlace = 0;
-  for (int round = 0; round < 20000; ++round) {
-    uint32_t size = random() % (round % 50 ? 60 : 3000);
-    std::string text(size, ' ');
-    for (char& c : text) c = static_cast<char>('a' + random() % 26);
-    // Every list has room for itself; a gap keeps what was in the destination.
-    std::string memory(16 + size * 2 + 2000, '~');
-    std::copy(text.begin(), text.end(), memory.begin() + 16);
-    char* noted = memory.data() + 16;
-    std::vector<std::string> pieces;
-    pieces.reserve(200);
-    struct Gap {
-      size_t at, length;
-    };
-    std::vector<Gap> gaps;
-    std::string wanted;
-    uint32_t read = 0;
-    bool own = random() % 4 == 0;  // some new bytes are the block's own
-    for (uint32_t count = random() % 20; count > 0; --count) {
-      uint32_t at = read + random() % (size - read + 1);
-      uint32_t old = random() % (std::min(size - at, 9u) + 1);
-      pieces.emplace_back(random() % 12, static_cast<char>('A' + random() % 26));
-      const char* bytes = pieces.back().data();
-      bool gap = random() % 5 == 0;
-      wanted += text.substr(read, at - read);
-      if (gap) {
-        bytes = nullptr;
-        gaps.push_back({wanted.size(), pieces.back().size()});
-      } else if (own && size > 20) {
-        pieces.back() = "";
-      }
-      wanted += pieces.back();
-      ErrLast = 0;
-      MemReplace(noted, size, noted + at, old, bytes, Size(pieces.back()), MEM_RECORD);
-      ASSERT_EQ(ErrLast, 0);
-      read = at + old;
-    }
-    wanted += text.substr(read);
-    if (!MemCurrent || !MemCurrent->pBlock) continue;
-    std::string elsewhere(memory.size(), '#');
-    unsigned where = random() % 3;
-    char* out = where == 0 ? noted : where == 1 ? elsewhere.data() : noted - random() % 17;
-    inPlace += where == 0;
-    std::string before(out, wanted.size());
-    for (const Gap& gap : gaps) wanted.replace(gap.at, gap.length, before, gap.at, gap.length);
-    uint32_t delta = Size(wanted) - size;
-    uint32_t room = Size(wanted) + random() % 3;
-    char behind = out[wanted.size()];
-    if (where == 2) room = std::max(room, static_cast<uint32_t>(noted - out) + 1);
-    ASSERT_EQ(MemReplace(out, room, nullptr, 0, nullptr, 0, MEM_APPLY), delta);
-    ASSERT_EQ(std::string(out, wanted.size()), wanted) << round;
-    ASSERT_EQ(out[wanted.size()], behind);
+// Lists applied to the noted block, to another, and to one that the noted block lies in.
+std::string EditTrial(Choices& choices) {
+  const std::string text = choices.Text("abcdefgh", 60) + (choices.OneIn(20) ? "long" : "");
+  std::string memory = std::string(16, '~') + text + std::string(400, '~');
+  std::string elsewhere(memory.size(), '#');
+  char* noted = memory.data() + 16;
+  char* out = choices.One({noted, elsewhere.data(), noted - choices.Below(17)});
+  const std::string before(out, 400);  // gaps keep what was there
+  std::deque<std::string> pieces;
+  std::string wanted;
+  uint32_t read = 0;
+  for (uint32_t count = choices.Below(20); count > 0; --count) {
+    const uint32_t at = read + choices.Below(Size(text) - read + 1);
+    const uint32_t old = choices.Below(std::min(Size(text) - at, 9u) + 1);
+    const std::string& piece = pieces.emplace_back(choices.Text("ABC", 11));
+    const bool gap = choices.OneIn(5);
+    wanted += text.substr(read, at - read);
+    wanted += gap ? before.substr(wanted.size(), piece.size()) : piece;
+    MemReplace(noted, Size(text), noted + at, old, gap ? nullptr : piece.data(), Size(piece),
+               MEM_RECORD);
+    choices.Log("%u %u %s%s\n", at, old, piece.c_str(), gap ? "?" : "");
+    read = at + old;
   }
-  EXPECT_GT(inPlace, 5000);
+  if (pieces.empty()) return "";
+  wanted += text.substr(read) + before[wanted.size() + text.size() - read];
+  const uint32_t grown = Apply(out, Size(wanted) - 1);
+  choices.Log("%s into %d\n", text.c_str(), static_cast<int>(out - noted));
+  return grown + Size(text) + 1 == Size(wanted) && wanted == std::string(out, wanted.size())
+             ? ""
+             : wanted + "\n" + std::string(out, wanted.size());
 }
 
-TEST(Edit, UnorderedListsAndOwnBytesStayInside) {
-  std::mt19937 random(4);
-  for (int round = 0; round < 20000; ++round) {
-    std::string block = std::string(20, 'o') + std::string(20, 'x');
-    for (int i = 0; i < 6; ++i) {
-      uint32_t at = random() % 21, old = random() % (21 - at), count = random() % 4;
-      MemReplace(block.data(), 20, block.data() + at, old, block.data() + random() % 17, count,
-                 MEM_RECORD);
-    }
-    uint32_t size = 20 + static_cast<uint32_t>(MemCurrent->nDelta);
-    if (size > 38) {
-      MemClass(0);
-      continue;
-    }
-    const std::string before = block;
-    MemReplace(block.data(), size, nullptr, 0, nullptr, 0, MEM_APPLY);
-    ASSERT_EQ(block.substr(size), before.substr(size));
-    MemClass(0);
-  }
+TEST(Edit, RandomListsAgreeWithAString) {
+  EXPECT_EQ(tavrix_test::RunTrials(1, 20000, EditTrial), "");
+}
+
+// Of lists without an order, bytes that were passed are left out; the block's own bytes are read
+// when it is their turn.
+TEST(Edit, KnowsWhatCannotBeMadeInPlace) {
+  char block[] = "0123456789....", own[] = "0123456789....";
+  for (int at : {6, 2, 7}) MemReplace(block, 10, block + at, 2, "abc", 3, MEM_RECORD);
+  EXPECT_EQ(Apply(block, 13), 3u);
+  EXPECT_STREQ(block, "012345abcabca.");
+  for (int at : {2, 6}) MemReplace(own, 10, own + at, 2, own + 8 - at, 3, MEM_RECORD);
+  EXPECT_EQ(Apply(own, 12), 2u);
+  EXPECT_STREQ(own, "016784567889..");
 }
 
 TEST(Edit, TheObjectComesAndGoes) {
-  EXPECT_EQ(MemClass(0), 0u);  // none
+  MemBuf buf = {16, 0, 0, nullptr};
+  EXPECT_EQ(MemClass(0), 0u);  // none, and none is needed
+  EXPECT_STREQ(MemBufReplace(&buf, "b", 1, "in", 2, 0), "in");
+  EXPECT_EQ(MemCurrent, nullptr);
   MemObject* made = MemAttach(nullptr);
-  EXPECT_EQ(made, MemCurrent);
-  EXPECT_EQ(made->header.flags, INST_OWNED);
-  EXPECT_EQ(made->header.classNumber, kMemClass);
-  EXPECT_EQ(made->header.size, sizeof(MemObject));
-  EXPECT_EQ(made->mbEdits.nAlign, 1024u);
+  EXPECT_EQ(MemBufReplace(&buf, "b", 1, "", 0, 0), buf.pData);
+  EXPECT_TRUE(MemCurrent == made && made->nReplaced == 1 && made->mbEdits.nAlign == 1024);
+  MemBufFree(&buf);
   alignas(MemObject) char memory[sizeof(MemObject)] = {};
   MemObject* own = MemAttach(memory);
-  EXPECT_EQ(static_cast<void*>(own), memory);
   MemReplace(memory, 8, memory, 0, nullptr, 1, MEM_RECORD);
-  const auto* note = reinterpret_cast<MemEdit*>(own->mbEdits.pData);
-  EXPECT_EQ(note->unusedOld + note->unusedNew, 0u);
   EXPECT_EQ(MemClass(reinterpret_cast<uintptr_t>(made)), 0u);  // which becomes the current one
-  EXPECT_EQ(MemCurrent, nullptr);
-  EXPECT_EQ(ClassLists[kMemClass], &own->header);
+  EXPECT_TRUE(!MemCurrent && ClassLists[kMemClass] == &own->header);
   EXPECT_EQ(MemClass(kCollectRequest), 0u);
   EXPECT_EQ(ClassLists[kMemClass], nullptr);
   EXPECT_EQ(std::string(memory, sizeof memory), std::string(sizeof memory, '\0'));
   uint32_t junk[64] = {1};
   EXPECT_EQ(MemAttach(junk), nullptr);
   EXPECT_EQ(ClearedTrail(), "1000.04");
-}
-
-TEST(Edit, BuffersNeedNoObject) {
-  MemBuf buf = {16, 0, 0, nullptr};
-  EXPECT_STREQ(MemBufReplace(&buf, "b", 1, "in", 2, 0), "in");
-  EXPECT_EQ(MemCurrent, nullptr);
-  MemAttach(nullptr);
-  EXPECT_EQ(MemBufReplace(&buf, "b", 1, "", 0, 0), buf.pData);
-  EXPECT_EQ(MemCurrent->nReplaced, 1u);
-  MemBufFree(&buf);
-}
-
-TEST(Edit, TheirTrueSizeCounts) {
-  char block[] = "01234567";
-  MemBuf buf = {16, 0, 0, nullptr};
-  MemBufSet(&buf, "x", 1);
-  MemReplace(block, 8, block + 4, 0, nullptr, 4000, MEM_RECORD);
-  MemBufReplace(&buf, "zz", 2, nullptr, 0, 0);  // reports over the sum of the notes
-  EXPECT_EQ(MemReplace(block, 8, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
-  EXPECT_EQ(ErrLast, 6);
-  MemClass(0);
-  for (int i : {2, 4}) MemReplace(block, 8, block + i, 0, nullptr, 0x80000000, MEM_RECORD);
-  EXPECT_EQ(MemCurrent->nDelta, 0);
-  EXPECT_EQ(MemReplace(block, 8, nullptr, 0, nullptr, 0, MEM_APPLY), 0u);
-  EXPECT_EQ(ErrLast, 6);
-  EXPECT_STREQ(block, "01234567");
-  MemBufFree(&buf);
 }
 
 }  // namespace

@@ -1,206 +1,116 @@
-// Pieces and chunks of pools against the bytes that they must have.
+// Pools: where pieces and chunks are, and what is in them.
 
 #include "quern/cmem/pool.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <random>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "quern/cerr.h"
-#include "tests/support/alloc.h"
-#include "tests/support/trail.h"
+#include "tests/support/transcript.h"
 
 namespace quern {
 namespace {
 
-using tavrix_test::AllocationFault;
-using tavrix_test::ClearedTrail;
-
 constexpr uint32_t kHeader = sizeof(PoolChunk);
 
-struct Chunk {
-  std::string bytes;  // behind the header
-  uint32_t alloc, used;
-};
+MemBuf buf;
+char* kept;  // an address
 
-PoolChunk* Current(const MemBuf& buf) { return reinterpret_cast<PoolChunk*>(buf.pData); }
+PoolChunk* Current() { return reinterpret_cast<PoolChunk*>(buf.pData); }
 
-TEST(Pool, AgreesWithAModelOverRandomCalls) {
-  std::mt19937 random(48);
-  auto below = [&](size_t n) { return static_cast<uint32_t>(random() % n); };
-  int64_t before = tavrix_test::LiveBlocks();
-  for (int round = 0; round < 3000; ++round) {
-    const uint32_t granule = (const uint32_t[]){0, 1, 64, 300, 1024}[below(5)];
-    MemBuf buf = {granule, 0, 0, nullptr};
-    std::vector<Chunk> chunks;
-    uint32_t size = 0, alloc = 0;  // as the record has them
-    for (int step = 0; step < 40; ++step) {
-      std::string text(below(8) ? below(40) : below(700), '\0');
-      for (char& c : text) c = static_cast<char>(1 + below(255));
-      const uint32_t n = static_cast<uint32_t>(text.size());
-      const char* src = below(4) ? text.data() : nullptr;
-      const bool first = chunks.empty();
-      if (!first && below(8) == 0) {
-        PoolChunk* chunk = Current(buf);
-        const void* at = below(2) ? nullptr : buf.pData + below(chunks.back().used + 1);
-        bool outside = at == buf.pData + chunks.back().used || chunks.back().used == 0;
-        MemPoolInfo* info = below(2) ? MemPoolFind(&buf, at) : nullptr;
-        bool found = info;
-        if (!found) {
-          info = MemPoolDel(&buf, at);
-          ASSERT_EQ(!info, outside);
-          if (outside) continue;
-        }
-        ASSERT_EQ(info->nAlign, granule);
-        ASSERT_EQ(info->nAlloc, chunks.back().alloc);
-        ASSERT_EQ(info->nUsed, chunks.back().used);
-        ASSERT_EQ(info->pChunk, chunk);
-        if (found) continue;
-        ASSERT_EQ(chunk->link.pWhere, nullptr);
-        free(chunk);
-        chunks.pop_back();
-        size = chunks.empty() ? 0 : std::max(chunks.back().used, kHeader);
-        alloc = chunks.empty() ? 0 : chunks.back().alloc;
-      } else if (bool anew = below(first ? 2 : 20) == 0; anew || first || alloc < size + n) {
-        if (anew && !first) {  // in the same block; the other chunks are forgotten
-          for (ChainLink* link = Current(buf)->link.pWhere; link;)
-            free(std::exchange(link, link->pWhere));
-          chunks.clear();
-          if (below(2) && n <= size) {  // of a piece of its own
-            src = buf.pData + below(size - n + 1);
-            text.assign(src, n);
-          }
-        }
-        if (!anew) alloc = 0;
-        char* piece = (anew ? MemPoolNew : MemPoolAdd)(&buf, src, n);
-        ASSERT_EQ(piece, buf.pData + kHeader);
-        size = n + kHeader;
-        alloc = std::max(alloc, MemAlign(size + 4, granule));
-        std::string bytes(buf.pData + kHeader, alloc - kHeader);  // unwritten ones may be anything
-        if (!anew) bytes.replace(0, n, n, '\0');
-        bytes.replace(n, 4, 4, '\0');
-        size_t at = std::min<size_t>(anew ? 0 : 15 * kHeader, bytes.size());
-        if (src)
-          bytes.replace(at, std::min<size_t>(n, bytes.size() - at), text, 0, bytes.size() - at);
-        chunks.push_back({bytes, alloc, anew ? n : size});
-      } else {
-        Chunk& chunk = chunks.back();
-        bool grows = alloc < size + n + 4;
-        char* piece = MemPoolAdd(&buf, src, n);
-        ASSERT_EQ(piece, buf.pData + size);
-        if (grows) {
-          uint32_t was = alloc;
-          alloc = MemAlign(size + n + 4, granule);
-          chunk.bytes.resize(was - kHeader);
-          chunk.bytes.append(buf.pData + was, alloc - was);
-        }
-        auto put = [&](uint32_t at, std::string_view what) {
-          for (char c : what) {
-            if (at >= kHeader && at < alloc) chunk.bytes[at - kHeader] = c;
-            ++at;
-          }
-        };
-        put(size + n, std::string_view("\0\0\0\0", 4));
-        if (src) put(size, text);
-        put(size + kHeader * n, std::string_view("\0\0\0\0", 4));
-        chunk.used += n;
-        size += n;
-      }
-      ASSERT_EQ(buf.nSize, size);
-      ASSERT_EQ(buf.nAlloc, alloc);
-      const PoolChunk* chunk = Current(buf);
-      ChainLink* behind = nullptr;
-      for (size_t i = chunks.size(); i-- > 0;) {
-        ASSERT_EQ(chunk->nAlloc, chunks[i].alloc);
-        ASSERT_EQ(chunk->nUsed, chunks[i].used);
-        ASSERT_EQ(chunk->link.pNext, behind);
-        ASSERT_EQ(memcmp(chunk + 1, chunks[i].bytes.data(), chunks[i].bytes.size()), 0)
-            << round << " " << step;
-        behind = const_cast<ChainLink*>(&chunk->link);
-        chunk = reinterpret_cast<const PoolChunk*>(chunk->link.pWhere);
-      }
-      ASSERT_EQ(chunk, nullptr);
-    }
-    bool empty = !chunks.empty() && chunks[0].used == 0;  // such a chunk is never found
-    MemPoolFree(&buf);
-    ASSERT_EQ(buf.pData != nullptr, empty);
-    MemBufFree(&buf);
+// Sizes go without a header where there is one, with an "h" in front of them; those in granules as
+// they are.
+std::string Size(uint32_t size, bool whole = false) {
+  return whole || size < kHeader ? std::to_string(size) : "h" + std::to_string(size - kHeader);
+}
+
+tavrix_test::State Read() {
+  std::string chunks;
+  const ChainLink* behind = nullptr;
+  for (const PoolChunk* chunk = Current(); chunk;) {
+    chunks += " " + Size(chunk->nUsed) + "/" + Size(chunk->nAlloc, buf.nAlign > 1);
+    if (chunk->link.pNext != behind) chunks += "?";
+    behind = &chunk->link;
+    chunk = reinterpret_cast<const PoolChunk*>(chunk->link.pWhere);
   }
-  EXPECT_EQ(ErrCurrent, nullptr);
-  EXPECT_EQ(tavrix_test::LiveBlocks(), before);
+  return {{"#", Size(buf.nSize)}, {"/", Size(buf.nAlloc, buf.nAlign > 1)}, {"chunks", chunks}};
 }
 
-TEST(Pool, FindsForwardOnly) {
-  MemBuf buf = {64, 0, 0, nullptr};
-  char* piece = MemPoolNew(&buf, "0123456789", 10);
-  PoolChunk* first = Current(buf);
-  MemPoolAdd(&buf, nullptr, 100);
-  PoolChunk* second = Current(buf);
-  EXPECT_EQ(MemPoolFind(&buf, piece), nullptr);
-  PoolChunk behind = {{nullptr, nullptr}, 5, 6};
-  MemChainLinkAfter(nullptr, &behind.link, &second->link);
-  EXPECT_EQ(MemPoolFind(&buf, &behind)->pChunk, &behind);
-  EXPECT_EQ(MemPoolDel(&buf, nullptr)->pChunk, second);  // another is behind it: it stays current
-  EXPECT_EQ(Current(buf), second);
-  EXPECT_EQ(first->link.pNext, &behind.link);
-  EXPECT_EQ(behind.link.pWhere, &first->link);
-  MemChainLinkAfter(nullptr, &behind.link, &second->link);
-  buf.nSize = buf.nAlloc - 1;
-  MemPoolAdd(&buf, "x", 1);  // the chunk moves, and both know
-  second = Current(buf);
-  EXPECT_EQ(behind.link.pWhere, &second->link);
-  EXPECT_EQ(MemPoolFree(&buf), second);
-  EXPECT_EQ(buf.nAlign, 64u);
-  EXPECT_EQ(buf.pData, nullptr);
-  EXPECT_EQ(buf.nSize + buf.nAlloc, 0u);
-  EXPECT_EQ(MemPoolFree(&buf), nullptr);
-  free(first);
-  EXPECT_EQ(MemPoolFind(&buf, nullptr), nullptr);
-  EXPECT_EQ(MemPoolFind(nullptr, nullptr), nullptr);
-  EXPECT_EQ(MemPoolDel(nullptr, nullptr), nullptr);
-  EXPECT_EQ(MemPoolFree(nullptr), nullptr);
-  EXPECT_EQ(ErrCurrent, nullptr);
+std::string Step(const tavrix_test::Words& w) {
+  if (w[0] == "keep") return kept = buf.pData, "";
+  if (w[0] == "free") return MemPoolFree(&buf) ? "last" : ".";
+  if (w[0] == "find" || w[0] == "del") {
+    const char* at = w[1] == "." ? nullptr : w[1] == "kept" ? kept : buf.pData + std::stoi(w[1]);
+    PoolChunk* current = Current();
+    const MemPoolInfo* info = w[0] == "del" ? MemPoolDel(&buf, at) : MemPoolFind(&buf, at);
+    if (!info) return ".";
+    if (w[0] == "del") free(current);
+    return std::to_string(info->nAlign) + "/" + Size(info->nAlloc) + "/" + Size(info->nUsed);
+  }
+  static std::vector<std::string> between;  // so that blocks cannot grow where they are
+  between.emplace_back(4000, ' ');
+  const bool empty = w[0].ends_with("#");  // a size, and no bytes
+  const auto n = static_cast<uint32_t>(empty ? std::stoul(w[1]) : w[1].size());
+  char* piece = (w[0][0] == 'n' ? MemPoolNew : MemPoolAdd)(&buf, empty ? nullptr : w[1].data(), n);
+  if (!piece) return ".";
+  const std::string at = Size(static_cast<uint32_t>(piece - buf.pData));
+  return empty ? at : at + "=" + piece;
 }
 
-TEST(Pool, AllocationsMayFailAndLeaveTheRecord) {
-  MemBuf buf = {2048, 0, 0, nullptr};
-  EXPECT_EQ(MemPoolNew(nullptr, nullptr, 1), nullptr);
-  EXPECT_EQ(MemPoolAdd(nullptr, nullptr, 1), nullptr);
-  EXPECT_EQ(ClearedTrail(), "01.01.01");
-  for (uint32_t n : {0xFFFFFFF0u, 0xFFFFFFFFu, 0x7FFFFFF0u})
-    EXPECT_EQ(MemPoolNew(&buf, nullptr, n), nullptr);
-  EXPECT_EQ(ClearedTrail(), "01.01.01.01.01.01");
-  EXPECT_EQ(buf.pData, nullptr);
-  const int64_t before = tavrix_test::LiveBlocks();
-  MemBuf was = buf;
-  auto fails = [&](char* (*call)(MemBuf*, const void*, uint32_t), const void* src, uint32_t n,
-                   int64_t more = 0) {
-    AllocationFault fault(1, more);
-    EXPECT_EQ(call(&buf, src, n), nullptr) << n;
-    EXPECT_EQ(memcmp(&buf, &was, sizeof buf), 0) << n;
-    return ErrLast;
-  };
-  EXPECT_EQ(fails(MemPoolNew, nullptr, 48), 1);
-  EXPECT_EQ(fails(MemPoolAdd, nullptr, 48), 1);
-  MemPoolNew(&buf, nullptr, 48);
-  was = buf;
-  EXPECT_EQ(fails(MemPoolAdd, nullptr, 3000), 1);
-  EXPECT_EQ(fails(MemPoolNew, buf.pData, 3), 1);  // a copy of its own bytes
-  EXPECT_EQ(fails(MemPoolNew, nullptr, 9000, 1), 1);
-  EXPECT_EQ(ClearedTrail(), "01.02.01.01.01.01.01.01.01.01");
-  for (uint32_t n : {0xFFFFFFFFu, 0x80000000u})  // no room for the first, as sums wrap
-    EXPECT_NE(fails(MemPoolAdd, nullptr, n), 0);
-  // No room for the terminator: the chunk has to grow.
-  EXPECT_EQ(fails(MemPoolAdd, nullptr, buf.nAlloc - buf.nSize, 1), 2);
-  EXPECT_EQ(Current(buf)->nUsed, 48u);
+void Expect(uint32_t granule, const std::string& transcript) {
+  buf = {granule, 0, 0, nullptr};
+  EXPECT_EQ(tavrix_test::Played(transcript, Step, Read), transcript);
+}
+
+// Compat: in the first chunk pieces go over others in the end, as its used bytes lack the header.
+TEST(Pool, TakesPiecesFromChunks) {
+  Expect(1, R"(
+    find . : ., del . : ., free : ., new 0123456 : h0=0123456 ; #h7 /h11 chunks 7/h11
+    find 6 : 1/h11/7, find 7 : ., add abcd : h7=abcd ; #h11 /h15 chunks 11/h11, keep :
+    add# 9 : h0 ; #h9 /h13 chunks h9/h13 11/h11, find 8 : 1/h13/h9, find kept : .
+    add# 1000 : h0 ; #h1000 /h1004 chunks h1000/h1004 h9/h13 11/h11
+    add gh : h1000=gh ; #h1002 /h1006 chunks h1002/h1004 h9/h13 11/h11
+    add# 2 : h1002 ; #h1004 /h1008 chunks h1004/h1004 h9/h13 11/h11
+    add# 1 : h1004 ; #h1005 /h1009 chunks h1005/h1004 h9/h13 11/h11, del 2000 : .
+    del . : 1/h1004/h1005 ; #h9 /h13 chunks h9/h13 11/h11
+    add ij : h9=ij ; #h11 /h15 chunks h11/h13 11/h11, del . : 1/h13/h11 ; #h0 /h11 chunks 11/h11
+    find . : 1/h11/11, del . : 1/h11/11 ; #0 /0 chunks, del . : .
+    add xyz : h0= ; #h3 /h7 chunks h3/h7, free : last ; #0 /0 chunks, free : .)");
+  Expect(256, R"(
+    new a : h0=a ; #h1 /256 chunks 1/256, add# 3 : h1 ; #h4 chunks 4/256, keep :
+    add bcd : h4=bcd ; #h7 chunks 7/256, add# 400 : h0 ; #h400 /512 chunks h400/512 7/256
+    add# 1 : h400 ; #h401 chunks h401/512 7/256, new e : h0=e ; #h1 chunks 1/512)");
+  free(buf.pData);
+  free(kept);
+}
+
+TEST(Pool, RefusesWhatIsTooLarge) {
+  Expect(1, R"(
+    new# 4294967280 : . =01.01@582, new# 4294967295 : . =01.01@582, new# 2147483632 : . =01.01@582
+    add# 4294967295 : . =01.01@601, new abc : h0=abc ; #h3 /h7 chunks 3/h7
+    add# 4294967295 : . =01.01@601, add# 2147483648 : . =01.01@601, add# 4294967290 : . =01.01@601
+    find . : 1/h7/3, free : last ; #0 /0 chunks)");
+  EXPECT_FALSE(MemPoolNew(nullptr, nullptr, 1) || MemPoolAdd(nullptr, nullptr, 1));
+  EXPECT_EQ(tavrix_test::ClearedTrail(), "01.01.01");
+}
+
+// Compat: a new chunk's bytes stand 15 headers further on, and a piece is followed by zeros behind
+// as many headers as it has bytes.
+TEST(Pool, WritesFarBehindThePiece) {
+  Expect(1024, "");
+  const std::string text(900, 'x');
+  MemPoolNew(&buf, text.data(), 900);
+  EXPECT_EQ(std::string(buf.pData + kHeader, 904), text + std::string(4, '\0'));
+  MemPoolNew(&buf, buf.pData + kHeader + 1, 3);  // of its own bytes
+  EXPECT_EQ(memcmp(buf.pData + kHeader, "xxx\0\0\0\0xxx", 10), 0);
+  char* piece = MemPoolAdd(&buf, "ab", 2);
+  EXPECT_EQ(memcmp(piece, "ab\0\0\0\0xxx", 9), 0);
+  EXPECT_EQ(memcmp(piece + 2 * kHeader - 1, "x\0\0\0\0x", 6), 0);
+  const std::string own(buf.pData, buf.nSize);
+  piece = MemPoolAdd(&buf, std::string(1020, 'y').data(), 1020);
+  EXPECT_EQ(std::string(piece, 15 * kHeader), std::string(15 * kHeader, '\0'));
+  EXPECT_EQ(std::string(piece + 15 * kHeader, 1020), std::string(1020, 'y'));
   MemPoolFree(&buf);
-  EXPECT_EQ(tavrix_test::LiveBlocks(), before);
 }
 
 }  // namespace
