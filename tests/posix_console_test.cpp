@@ -1,25 +1,5 @@
 // The console calls, on terminals that the test plays.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <pty.h>
-#include <signal.h>
-#include <sys/ioctl.h>
-#include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <vector>
-
-#include "platform/win32.h"
-#include "tests/support/call.h"
-#include "tests/support/terminal.h"
+#include "tests/support/test.h"
 
 namespace {
 
@@ -72,55 +52,6 @@ void ChangeAll() {
 
 bool IsPutBack(const Terminal& terminal) {
   return terminal.CursorVisible() && terminal.CursorShape() == 0 && terminal.Wraps();
-}
-
-TEST(PosixConsole, TellsAndSetsTheCursorsPlace) {
-  for (bool readable : {true, false}) {
-    Terminal terminal(20, 5);
-    terminal.Run([readable] {
-      if (!readable) dup2(open("/dev/tty", O_WRONLY), STDOUT_FILENO);
-      SetLastError(77);
-      printf("one\ntwo");  // not all of it is out yet
-      EXPECT_EQ(Place(), "3,1");
-      EXPECT_TRUE(SetPlace(19, 4));
-      EXPECT_EQ(Place(), "19,4");
-      EXPECT_EQ(GetLastError(), 77u);
-      EXPECT_FALSE(SetPlace(20, 0) || SetPlace(0, 5) || SetPlace(-1, 0) || SetPlace(0, -1));
-      EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    });
-    EXPECT_EQ(terminal.Bytes(), "one\r\ntwo\x1b[6n\x1b[5;20H\x1b[6n");
-    EXPECT_EQ(terminal.CursorColumn(), 19);
-  }
-}
-
-TEST(PosixConsole, FollowsTheSizeOfTheWindow) {
-  Terminal terminal(1, 1);
-  terminal.Run([&terminal] {
-    const auto seen = [] {
-      CONSOLE_SCREEN_BUFFER_INFO info = {};
-      info.dwCursorPosition.X = 99;
-      EXPECT_TRUE(GetConsoleGeometry(Output(), &info));
-      EXPECT_EQ(info.dwCursorPosition.X, 99) << "not its to tell";
-      EXPECT_EQ(info.srWindow.Right, info.dwSize.X - 1);
-      EXPECT_EQ(info.srWindow.Bottom, info.dwSize.Y - 1);
-      return std::to_string(info.dwSize.X) + "x" + std::to_string(info.dwSize.Y);
-    };
-    EXPECT_EQ(seen(), "1x1");
-    EXPECT_EQ(Place(), "0,0");
-    EXPECT_EQ(WriteCells({0, 0}, {1, 2}), 1u);
-    terminal.Resize(3, 2);
-    EXPECT_EQ(seen(), "3x2");
-    EXPECT_EQ(Cells({0, 0}, 9), (Attributes{1, 7, 7, 7, 7, 7}));
-    EXPECT_EQ(WriteCells({2, 0}, {3, 4, 5}), 3u);
-    terminal.Resize(2, 3);
-    EXPECT_EQ(WriteCells({1, 1}, {6, 8}), 2u);
-    EXPECT_EQ(Cells({0, 0}, 9), (Attributes{1, 7, 4, 6, 8, 7}));
-    terminal.Resize(3, 3);
-    EXPECT_EQ(Cells({0, 0}, 9), (Attributes{1, 7, 3, 4, 6, 7, 8, 7, 7}));
-    const winsize none = {};
-    ioctl(STDOUT_FILENO, TIOCSWINSZ, &none);
-    EXPECT_EQ(seen(), "80x24");
-  });
 }
 
 TEST(PosixConsole, AsksNoTerminalThatIsMuteTwice) {
@@ -197,25 +128,6 @@ TEST(PosixConsole, LosesNoInput) {
   }
 }
 
-TEST(PosixConsole, AsksNothingInTheBackground) {
-  Terminal terminal(20, 5);
-  terminal.Run([] {
-    for (bool stranger : {false, true}) {
-      const pid_t child = fork();
-      if (child == 0) {
-        stranger ? setsid() : setpgid(0, 0);
-        EXPECT_TRUE(SetPlace(4, 2));
-        EXPECT_EQ(Place(), "4,2");
-        _exit(0);
-      }
-      int status = 1;
-      EXPECT_EQ(waitpid(child, &status, WUNTRACED), child);
-      EXPECT_EQ(status, 0) << "neither stopped nor ended otherwise";
-    }
-  });
-  EXPECT_EQ(terminal.Questions(), 0);
-}
-
 TEST(PosixConsole, ColoursTextAsTheAttributeSays) {
   struct Row {
     WORD attribute;
@@ -270,101 +182,6 @@ TEST(PosixConsole, RecoloursCellsWhereTheTerminalCan) {
   }
 }
 
-// What fails changes nothing, neither on the terminal nor in what is told of it.
-TEST(PosixConsole, EverySystemCallMayFail) {
-  struct Change {
-    const char* name;
-    bool (*make)();
-  };
-  constexpr Change kChanges[] = {
-      {"position", [] { return SetPlace(4, 2); }},
-      {"attribute", [] { return SetConsoleTextAttribute(Output(), 0x1E) != FALSE; }},
-      {"hidden", [] { return SetCursor(25, FALSE); }},
-      {"shape", [] { return SetCursor(100, TRUE); }},
-      {"cells",
-       [] {
-         return WriteCells({0, 0}, {1, 1, 2}) == 3;
-       }},
-      {"mode", [] { return SetConsoleMode(Output(), ENABLE_PROCESSED_OUTPUT) != FALSE; }}};
-  for (const Change& change : kChanges) {
-    Terminal terminal(20, 5, {.term = "xterm-kitty"});
-    const int code = terminal.Run([&change] {
-      const auto state = [] {
-        CONSOLE_SCREEN_BUFFER_INFO info = {};
-        CONSOLE_CURSOR_INFO cursor = {};
-        DWORD mode = 0;
-        EXPECT_TRUE(GetConsoleGeometry(Output(), &info) &&
-                    GetConsoleCursorInfo(Output(), &cursor) && GetConsoleMode(Output(), &mode));
-        return Attributes{info.wAttributes, static_cast<WORD>(cursor.dwSize),
-                          static_cast<WORD>(cursor.bVisible), static_cast<WORD>(mode),
-                          Cells({0, 0}, 1)[0]};
-      };
-      const Attributes before = state();
-      for (int64_t number = 1; number < 20; ++number) {
-        SetLastError(0);
-        {
-          CallFault fault(number);
-          if (change.make()) exit(fault.Hit() ? 1 : 2);
-        }
-        EXPECT_NE(GetLastError(), 0u) << change.name;
-        EXPECT_EQ(state(), before) << change.name << number;
-      }
-    });
-    EXPECT_EQ(code, 2) << change.name;
-  }
-}
-
-// Nobody is asked then, or nobody answers; and the terminal's mode is as it was.
-TEST(PosixConsole, EveryCallOfAQuestionMayFail) {
-  for (const char* call : {"open", "tcgetattr", "tcsetattr", "write", "read", "poll", "statx"}) {
-    for (int number : {EIO, EINTR}) {
-      Terminal terminal(20, 5);
-      terminal.Run([call, number] {
-        if (strcmp(call, "open") == 0) dup2(open("/dev/tty", O_WRONLY), STDOUT_FILENO);
-        EXPECT_TRUE(SetPlace(4, 2));
-        termios before, after;
-        tcgetattr(STDIN_FILENO, &before);
-        {
-          CallFault fault(call, number, number == EINTR ? 3 : 1);
-          EXPECT_EQ(Place(), "4,2") << call;
-        }
-        tcgetattr(STDIN_FILENO, &after);
-        EXPECT_EQ(after.c_lflag, before.c_lflag) << call;
-      });
-    }
-  }
-}
-
-TEST(PosixConsole, SetsModesAndTheCursorsShape) {
-  Terminal terminal(20, 5);
-  terminal.Run([] {
-    HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
-    DWORD mode = 0;
-    EXPECT_TRUE(GetConsoleMode(input, &mode));
-    EXPECT_EQ(mode, 7u);
-    termios modes;
-    tcgetattr(STDIN_FILENO, &modes);
-    modes.c_lflag &= ~tcflag_t{ECHO | ISIG};
-    tcsetattr(STDIN_FILENO, TCSANOW, &modes);
-    EXPECT_TRUE(GetConsoleMode(input, &mode));
-    EXPECT_EQ(mode, ENABLE_LINE_INPUT);
-    EXPECT_FALSE(SetConsoleMode(input, 7) || SetConsoleMode(Output(), 2));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    for (int i = 0; i < 2; ++i) EXPECT_TRUE(SetConsoleMode(Output(), 1));
-    EXPECT_TRUE(GetConsoleMode(Output(), &mode));
-    EXPECT_EQ(mode, 1u);
-    EXPECT_TRUE(SetConsoleMode(Output(), 3));
-    for (DWORD size : {10, 49, 50, 25}) EXPECT_TRUE(SetCursor(size, 2));
-    EXPECT_FALSE(SetCursor(0, FALSE) || SetCursor(101, FALSE));
-    CONSOLE_CURSOR_INFO info = {};
-    EXPECT_TRUE(GetConsoleCursorInfo(Output(), &info));
-    EXPECT_EQ(info.dwSize, 25u);
-    EXPECT_TRUE(SetCursor(25, FALSE) && SetCursor(25, TRUE));
-  });
-  EXPECT_EQ(terminal.Bytes(), "\x1b[?7l\x1b[?7h\x1b[4 q\x1b[2 q\x1b[0 q\x1b[?25l\x1b[?25h")
-      << "once each, and nothing at the end";
-}
-
 TEST(PosixConsole, PutsTheTerminalBackAtEveryEnd) {
   Terminal terminal(20, 5);
   int code = terminal.Run([] {
@@ -400,59 +217,6 @@ TEST(PosixConsole, PutsTheTerminalBackAtEveryEnd) {
   EXPECT_EQ(code, -SIGTERM) << "output that was stopped holds nothing up";
 }
 
-TEST(PosixConsole, LeavesTheHostsSignalsAndFilesAlone) {
-  Terminal terminal(20, 5);
-  const int code = terminal.Run([] {
-    signal(SIGTERM, [](int) { _exit(9); });
-    signal(SIGINT, SIG_IGN);
-    EXPECT_TRUE(SetCursor(25, FALSE));
-    raise(SIGINT);
-    raise(SIGTERM);
-  });
-  EXPECT_EQ(code, 9);
-  EXPECT_FALSE(terminal.CursorVisible()) << "the host's handler is the only one";
-  // A file that has taken the terminal's place gets nothing; the terminal is reached all the same.
-  terminal.Run([] {
-    FILE* file = tmpfile();
-    EXPECT_TRUE(SetCursor(25, FALSE));
-    dup2(fileno(file), STDOUT_FILENO);
-    const pid_t child = fork();
-    if (child == 0) ExitProcess(0);
-    waitpid(child, nullptr, 0);
-    EXPECT_EQ(lseek(fileno(file), 0, SEEK_END), 0);
-  });
-  EXPECT_TRUE(terminal.CursorVisible());
-}
-
-// Standard streams lead elsewhere when the end comes, and the host has handlers by then.
-TEST(PosixConsole, FindsTheTerminalAtTheEnd) {
-  for (int kept : {STDOUT_FILENO, STDERR_FILENO, STDIN_FILENO, -1}) {
-    Terminal terminal(20, 5);
-    const int code = terminal.Run([kept] {
-      atexit([] { raise(SIGTERM); });
-      EXPECT_TRUE(SetCursor(25, FALSE));
-      signal(SIGTERM, [](int) { _exit(9); });
-      int master, other;
-      ASSERT_EQ(openpty(&master, &other, nullptr, nullptr, nullptr), 0);
-      for (int stream : {STDOUT_FILENO, STDERR_FILENO, STDIN_FILENO}) {
-        if (stream == kept) continue;
-        stream == STDERR_FILENO ? dup2(other, stream) : close(stream);
-      }
-    });
-    EXPECT_EQ(code, 9) << "the handler stays";
-    EXPECT_EQ(terminal.CursorVisible(), kept >= 0) << kept;
-  }
-  // Where one stream takes nothing the next one is tried.
-  Terminal terminal(20, 5);
-  terminal.Run([] {
-    EXPECT_TRUE(SetCursor(25, FALSE));
-    dup2(open(ttyname(STDOUT_FILENO), O_RDONLY), STDOUT_FILENO);
-    EXPECT_FALSE(SetPlace(1, 1));
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-  });
-  EXPECT_TRUE(terminal.CursorVisible());
-}
-
 TEST(PosixConsole, WritesNoSequenceToADumbTerminal) {
   for (const char* term : {static_cast<const char*>(nullptr), "", "dumb"}) {
     Terminal terminal(20, 5, {.term = term});
@@ -469,36 +233,6 @@ TEST(PosixConsole, WritesNoSequenceToADumbTerminal) {
     });
     EXPECT_EQ(terminal.Bytes(), "");
   }
-}
-
-TEST(PosixConsole, RefusesEverythingButATerminalForOutput) {
-  Terminal terminal(20, 5, {.errorsApart = true});
-  terminal.Run([] {
-    const auto refused = [](BOOL result) {
-      const bool right = !result && GetLastError() == ERROR_INVALID_HANDLE;
-      SetLastError(0);
-      return right;
-    };
-    for (HANDLE bad : {GetStdHandle(STD_ERROR_HANDLE), GetStdHandle(STD_INPUT_HANDLE),
-                       HANDLE{nullptr}, INVALID_HANDLE_VALUE}) {
-      CONSOLE_SCREEN_BUFFER_INFO info;
-      CONSOLE_CURSOR_INFO cursor = {25, FALSE};
-      WORD cell = 1;
-      DWORD count;
-      EXPECT_TRUE(refused(GetConsoleScreenBufferInfo(bad, &info)));
-      EXPECT_TRUE(refused(GetConsoleGeometry(bad, &info)));
-      EXPECT_TRUE(refused(GetConsoleCursorInfo(bad, &cursor)));
-      EXPECT_TRUE(refused(SetConsoleCursorInfo(bad, &cursor)));
-      EXPECT_TRUE(refused(SetConsoleCursorPosition(bad, {0, 0})));
-      EXPECT_TRUE(refused(SetConsoleTextAttribute(bad, 4)));
-      EXPECT_TRUE(refused(ReadConsoleOutputAttribute(bad, &cell, 1, {0, 0}, &count)));
-      EXPECT_TRUE(refused(WriteConsoleOutputAttribute(bad, &cell, 1, {0, 0}, &count)));
-      if (bad == GetStdHandle(STD_INPUT_HANDLE)) continue;
-      EXPECT_TRUE(refused(GetConsoleMode(bad, &count)));
-      EXPECT_TRUE(refused(SetConsoleMode(bad, 1)));
-    }
-  });
-  EXPECT_EQ(terminal.Errors() + terminal.Bytes(), "");
 }
 
 }  // namespace

@@ -1,21 +1,5 @@
 // Debug output: who hears it, and that it disturbs nobody.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <pty.h>
-#include <stdlib.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <string>
-
-#include "platform/win32.h"
-#include "tests/support/child.h"
-#include "tests/support/deadline.h"
-#include "tests/support/limit.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace {
 
@@ -48,68 +32,6 @@ TEST(PosixDebug, AppendsToTheFileThatWasNamedFirst) {
   EXPECT_EQ(GetLastError(), 1234u);
   EXPECT_EQ(tree.Read("log"), "old\none\n100%s\n");
   EXPECT_FALSE(tree.Exists("other"));
-}
-
-TEST(PosixDebug, SpeaksToStandardError) {
-  SetListener("stderr");
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(DebugOutputHeard());
-  OutputDebugStringA("heard\n");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "heard\n");
-}
-
-// A name that cannot be opened, or none. In a child each, since the first use decides.
-TEST(PosixDebug, DropsWhatNobodyHears) {
-  Tree tree;
-  ASSERT_EQ(mkfifo(tree.Path("pipe").c_str(), 0600), 0);
-  tavrix_test::EndAfter(20000, 3);
-  for (const std::string& name : {std::string("-"), std::string(), tree.Path(),
-                                  tree.Path("missing/log"), tree.Path("pipe")}) {
-    auto run = [&name] {
-      name == "-" ? static_cast<void>(unsetenv("TAVRIX_DEBUG_OUTPUT")) : SetListener(name);
-      errno = ERANGE;
-      SetLastError(1234);
-      OutputDebugStringA("text");
-      _exit(!DebugOutputHeard() && errno == ERANGE && GetLastError() == 1234 ? 0 : 1);
-    };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(0), "^$") << name;
-  }
-}
-
-TEST(PosixDebug, TakesNoStandardStreamsPlaceForWantOfOthers) {
-  Tree tree;
-  int code = tavrix_test::InChild([&] {
-    close(STDOUT_FILENO);
-    SetListener(tree.Path("log"));
-    tavrix_test::Limit few(RLIMIT_NOFILE, 3);
-    return DebugOutputHeard() || fcntl(STDOUT_FILENO, F_GETFD) >= 0;
-  });
-  EXPECT_EQ(code, 0);
-  code = tavrix_test::InChild([&] {
-    close(STDERR_FILENO);
-    SetListener("stderr");
-    return DebugOutputHeard();
-  });
-  EXPECT_EQ(code, 0);
-}
-
-TEST(PosixDebug, OutlivesAListenerThatWentAway) {
-  Tree tree;
-  std::string path = tree.Path("pipe");
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  SetListener(path);
-  int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
-  OutputDebugStringA("heard");
-  char text[8] = "";
-  EXPECT_EQ(read(reader, text, sizeof text), 5);
-  EXPECT_STREQ(text, "heard");
-  close(reader);
-  OutputDebugStringA("a signal would end the process here");
-  // Whoever listens again hears again.
-  reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
-  OutputDebugStringA("again");
-  EXPECT_EQ(read(reader, text, sizeof text), 5);
-  close(reader);
 }
 
 // A pipe, a socket and a terminal behind standard error, and a pipe with a name. What a reader that

@@ -1,23 +1,5 @@
 // The file-open dialog, with programs that stand in for the desktop's.
-#include <gtest/gtest.h>
-#include <pty.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <string>
-#include <utility>
-
-#include "exports/tavrix32.h"
-#include "platform/win32.h"
-#include "tests/support/alloc.h"
-#include "tests/support/call.h"
-#include "tests/support/child.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace {
 
@@ -154,45 +136,6 @@ TEST_F(PosixDialog, AsksOnTheTerminalWithoutADisplay) {
   close(master);
 }
 
-TEST_F(PosixDialog, TakesWhatIsLeftOutOrTooMuch) {
-  // Nothing to fill, or a record of no use.
-  EXPECT_FALSE(GetOpenFileNameA(nullptr));
-  for (auto [file, size] : {std::pair(static_cast<char*>(nullptr), 10u), std::pair(file_, 0u)}) {
-    ofn_.lpstrFile = file;
-    ofn_.nMaxFile = size;
-    EXPECT_FALSE(GetOpenFileNameA(&ofn_));
-    EXPECT_EQ(CommDlgExtendedError(), CDERR_INITIALIZATION);
-  }
-  Answer("zenity", folder_ + "/a.txt");
-  ofn_.lpstrFile = file_;
-  ofn_.nMaxFile = 1;
-  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
-  EXPECT_EQ(CommDlgExtendedError(), FNERR_BUFFERTOOSMALL);
-  EXPECT_EQ(file_[0], 0) << "no room for the size that would do";
-  ofn_.nMaxFile = sizeof file_;
-  ofn_.nMaxFileTitle = 5;
-  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
-  EXPECT_STREQ(title_, "") << "no room for it";
-  ofn_.lpstrFileTitle = nullptr;
-  ofn_.lpstrFilter = "C\0;*.c;;\0None\0";
-  ofn_.lpstrTitle = "";
-  std::string start = folder_ + "/";
-  for (const std::string& folder : {start, std::string()}) {
-    ofn_.lpstrInitialDir = folder.c_str();
-    file_[0] = 0;
-    EXPECT_TRUE(GetOpenFileNameA(&ofn_));
-    EXPECT_EQ(tree_.Read("data/arguments"),
-              "--file-selection\n--title=Open\n--filename=" + (folder.empty() ? "./" : folder) +
-                  "\n--file-filter=C | *.c\n");
-  }
-  std::string filters;
-  for (int i = 0; i < 100; ++i) filters += "F" + std::string(1, 0) + "*" + std::string(1, 0);
-  ofn_.lpstrFilter = filters.c_str();
-  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
-  std::string arguments = tree_.Read("data/arguments");
-  EXPECT_EQ(std::count(arguments.begin(), arguments.end(), '\n'), 63) << "as many as there is room";
-}
-
 TEST_F(PosixDialog, CompletesNamesWithTheDefaultExtension) {
   tree_.File("data/plain");
   ofn_.lpstrDefExt = "doc";
@@ -222,65 +165,6 @@ TEST_F(PosixDialog, CompletesNamesWithTheDefaultExtension) {
   EXPECT_STREQ(title_, "a.txt");
   Desktop("zenity", "exit 0");
   EXPECT_FALSE(GetOpenFileNameA(&ofn_));
-}
-
-// Without memory it is a cancel that tells why; without anybody to ask, a cancel.
-TEST_F(PosixDialog, EveryAllocationAndSystemCallMayFail) {
-  Answer("zenity", folder_ + "/a.txt");
-  ofn_.lpstrFilter = "All\0*.*\0";
-  std::string folder = tree_.Path("data/") + std::string(70, 'd');
-  ofn_.lpstrInitialDir = folder.c_str();
-  int code = tavrix_test::InChild([&] {
-    setsid();  // no terminal
-    for (int64_t number = 1, blocks = tavrix_test::LiveBlocks();; ++number) {
-      tavrix_test::AllocationFault fault(number);
-      bool chosen = GetOpenFileNameA(&ofn_);
-      EXPECT_EQ(tavrix_test::LiveBlocks(), blocks);
-      EXPECT_EQ(chosen, !fault.Hit());
-      EXPECT_EQ(CommDlgExtendedError(), chosen ? 0 : CDERR_MEMALLOCFAILURE);
-      if (!fault.Hit()) break;
-      if (number > 20) return 1;
-    }
-    int64_t descriptors = tavrix_test::OpenDescriptors();
-    for (const char* call : {"pipe2", "posix_spawn", "posix_spawn_file_actions_adddup2", "read"}) {
-      tavrix_test::CallFault fault(call, EAGAIN);
-      EXPECT_FALSE(GetOpenFileNameA(&ofn_)) << call;
-      EXPECT_TRUE(fault.Hit()) << call;
-      EXPECT_EQ(CommDlgExtendedError(), 0u);
-      EXPECT_EQ(tavrix_test::OpenDescriptors(), descriptors);
-    }
-    for (const char* call : {"read", "waitpid"}) {
-      tavrix_test::CallFault fault(call, EINTR, 1);
-      EXPECT_TRUE(GetOpenFileNameA(&ofn_)) << call;
-    }
-    return static_cast<int>(HasFailure());
-  });
-  EXPECT_EQ(code, 0);
-}
-
-TEST_F(PosixDialog, EveryCallToTheTerminalMayFail) {
-  setenv("DISPLAY", "", 1);
-  strcpy(file_, "preset");
-  for (int64_t number = 1; number <= 5; ++number) {  // the pieces of the question
-    tavrix_test::CallFault fault("write", EIO, number);
-    EXPECT_TRUE(TypedGives("", "")) << number;
-  }
-  for (int64_t number = 1; number <= 2; ++number) {
-    tavrix_test::AllocationFault fault(number);
-    EXPECT_TRUE(TypedGives("name\n", "")) << number;
-  }
-  {
-    tavrix_test::CallFault fault("read", EIO);
-    EXPECT_TRUE(TypedGives("name\n", ""));
-  }
-  tavrix_test::CallFault interrupted("read", EINTR, 1);
-  EXPECT_TRUE(TypedGives("name\n", folder_ + "/name"));
-  EXPECT_TRUE(TypedGives("/name\n", "/name"));
-  EXPECT_TRUE(TypedGives("\x04", "")) << "the end of the input";
-  for (const char* folder : {"", static_cast<const char*>(nullptr)}) {
-    ofn_.lpstrInitialDir = folder;
-    EXPECT_TRUE(TypedGives("name\n", std::filesystem::current_path().string() + "/name"));
-  }
 }
 
 TEST_F(PosixDialog, IsWhatTheExportAndTheProgramAsk) {

@@ -1,10 +1,5 @@
 // Environment variables: spelling, the path list, buffers.
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <string>
-
-#include "platform/win32.h"
+#include "tests/support/test.h"
 
 namespace {
 

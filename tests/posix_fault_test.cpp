@@ -1,279 +1,381 @@
-// Every call of the layer where memory and the system fail it, one allocation and one system call
-// after the other. The console and the dialog have such cases of their own.
-#include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
+// The public functions that allocate or call the system, each with its first allocation or system
+// call failing, then its second, and so on. Whichever it is, the function works or fails as it says
+// it does, nothing is lost, and the next call works.
+#ifndef _WIN32
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <functional>
-#include <string>
-#include <type_traits>
-#include <utility>
-#include <vector>
+#include "tests/support/test.h"
 
-#include "platform/posix/directory.h"
-#include "platform/posix/handle.h"
-#include "platform/posix/message_table.h"
-#include "platform/posix/native.h"
-#include "platform/win32.h"
-#include "tests/support/alloc.h"
-#include "tests/support/call.h"
-#include "tests/support/tree.h"
-
+namespace quern {
 namespace {
 
 using tavrix_test::AllocationFault;
 using tavrix_test::CallFault;
-using tavrix_test::LiveBlocks;
-using tavrix_test::OpenDescriptors;
 
-constexpr DWORD kBoth = GENERIC_READ | GENERIC_WRITE;
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE;
+// Longer than what the library keeps at hand.
+const std::string kLong(3000, 'x');
+const std::string kText(400, 'x');  // as long as a text of the error stack may be
 
-class PosixFault : public testing::Test {
+// How a function fails.
+enum Failure {
+  kRaises,  // with an error on the stack
+  kQuiet,   // by its result alone
+  kFatal,   // or by an end of the process, as the message says
+};
+
+struct Row {
+  const char* functions;
+  Failure failure;
+  std::function<bool()> call;  // whether all of it was done
+  int64_t stays = 0;           // blocks that a call leaves, on purpose
+};
+
+class PublicFault : public testing::Test {
  protected:
-  PosixFault() {
-    tree_.Dir("dir");
-    posix_layer::ReserveHandles(1);
+  PublicFault() {
+    tree_.File("list/a.txt");
+    tree_.File("list/b/c.txt");
+    tree_.File("bin/zenity", "#!/bin/sh\necho " + name_ + "\n");
+    std::filesystem::permissions(tree_.root() / "bin/zenity", std::filesystem::perms::all);
+    setenv("PATH", (tree_.Path("bin") + ":/usr/bin:/bin").c_str(), 1);
+    setenv("DISPLAY", ":77", 1);
+    setenv("prompt", kLong.c_str(), 1);
+    std::string temporary = tree_.Path("t");
+    tree_.Dir("t" + temporary);
+    setenv("TMPDIR", temporary.c_str(), 1);
+    setenv("TVX_NAME", name_.c_str(), 1);
+    setenv("TVX_LIST", tree_.Path("list").c_str(), 1);
   }
 
-  // Calls of the layer that belong together. Whether they were done; what they opened is closed.
-  struct Row {
-    const char* name;
-    std::function<bool()> call;
-  };
-
-  // The next handle needs memory.
-  static void FillHandles() {
-    static constexpr posix_layer::HandleKind kKind = {nullptr};
-    static char object;
-    AllocationFault none(1);
-    while (posix_layer::OpenHandle(kKind, &object)) continue;
+  // Closes and releases everything but the error stack.
+  static void Release() {
+    FileList(nullptr, nullptr, 0);
+    for (uint32_t tag : {kFinderTag, kScanTag, kFileTag, kMemTag, kFmtTag, kCslTag})
+      ClsGarbage(tag);
+    ErrClear();
+    ErrClass(0);  // with the texts that it made
+    ErrRaise("test", 1, 1);
+    ErrClear();
   }
 
-  // Lets the first allocation (or system call) of a row fail, then the second, until there are no
-  // more. `refuses` tells whether an error may be the reason.
-  template <typename Fault>
-  void ExpectErrors(bool (*refuses)(DWORD)) {
-    for (const Row& row : rows_) {
-      SCOPED_TRACE(row.name);
-      bool hit = true;
-      for (int64_t attempt = 0; hit; ++attempt) {
-        // The table of handles grows once, and then each of the others has its turn.
-        if (std::is_same_v<Fault, AllocationFault> && attempt == 0) FillHandles();
-        if (attempt == 1) posix_layer::ReserveHandles(2);
-        posix_layer::ForgetDirectory();
-        tree_.File("text", "old");
-        int64_t blocks = LiveBlocks(), descriptors = OpenDescriptors();
-        bool done;
-        SetLastError(0);
-        {
-          Fault fault(std::max<int64_t>(attempt, 1));
-          done = row.call();
-          hit = fault.Hit();
-        }
-        EXPECT_TRUE(done || (hit && refuses(GetLastError()))) << attempt << " " << GetLastError();
-        posix_layer::ForgetDirectory();
-        EXPECT_EQ(LiveBlocks(), blocks) << attempt;
-        EXPECT_EQ(OpenDescriptors(), descriptors) << attempt;
-        ASSERT_LT(attempt, 100);
+  // Opens the file, which is as before.
+  FileObject* Open(uint32_t flags) {
+    tree_.File("f", "12345");
+    return FileOpen(nullptr, name_.c_str(), flags);
+  }
+
+  static constexpr int kHit = 80;  // as no process ends by itself
+
+  // Returns kHit, 0 when there was nothing left to fail, or another code for what went wrong.
+  template <class Fault>
+  static int Attempt(const Row& row, int64_t number) {
+    Release();
+    if (!row.call()) return 90;
+    Release();
+    const int64_t descriptors = tavrix_test::OpenDescriptors();
+    int64_t blocks = INT64_MAX;
+    bool hit = false;
+    for (int i = 0; i < 2; ++i) {  // what the first time leaves may be kept for good
+      bool done;
+      {
+        Fault fault(number);
+        done = row.call();
+        hit = fault.Hit();
+      }
+      if (!done && !hit) return 91;
+      if (!done && row.failure != kQuiet && ErrLast == 0) return 92;
+      Release();
+      if (tavrix_test::LiveBlocks() > blocks) return 93;
+      blocks = tavrix_test::LiveBlocks() + row.stays;
+    }
+    if (tavrix_test::OpenDescriptors() != descriptors) return 94;
+    if (!row.call()) return 95;
+    if (HasFailure()) return 96;
+    return hit ? kHit : 0;
+  }
+
+  using Body = std::function<int()>;
+
+  static int InSilence(const Body& body) {
+    return tavrix_test::InChild([&] { return freopen("/dev/null", "w", stdout) ? body() : 89; });
+  }
+
+  static int OnATerminal(const Body& body) {
+    return tavrix_test::Terminal(80, 25).Run([&] { exit(body()); });
+  }
+
+  // Every failure of every row; `run` runs a body in a process of its own.
+  template <class Fault>
+  void Sweep(int (*run)(const Body& body), const std::vector<Row>& rows) {
+    for (const Row& row : rows) {
+      for (int64_t number = 1;; ++number) {
+        const int code = run([&] { return Attempt<Fault>(row, number); });
+        if (code == 0) break;
+        if (row.failure == kFatal && (code == 15 || code == 16)) continue;
+        ASSERT_EQ(code, kHit) << row.functions << " " << number;
+        ASSERT_LT(number, 200) << row.functions;
       }
     }
   }
 
-  static bool Closed(HANDLE handle) {
-    return handle && handle != INVALID_HANDLE_VALUE && CloseHandle(handle);
-  }
-
-  HANDLE Open(const char* name, DWORD disposition) {
-    return CreateFileA(tree_.Path(name).c_str(), kBoth, kShareAll, nullptr, disposition, 0,
-                       nullptr);
-  }
-
-  // A view of a file, or of memory, that grows to this size.
-  bool Maps(HANDLE file) {
-    HANDLE mapping = CreateFileMappingA(file, nullptr, PAGE_READWRITE, 0, 600'000, nullptr);
-    if (!mapping) return false;
-    void* view = MapViewOfFileEx(mapping, FILE_MAP_WRITE, 0, 0, 0, nullptr);
-    DWORD error = GetLastError();
-    CloseHandle(mapping);
-    SetLastError(error);
-    return view && UnmapViewOfFile(view);
-  }
-
-  bool Grows() {
-    HANDLE file = Open("text", OPEN_ALWAYS);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    bool mapped = Maps(file);
-    return Closed(file) && mapped;
-  }
-
-  bool Changes() {
-    HANDLE file = Open("text", OPEN_EXISTING);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    FILETIME time;
-    DWORD written = 0;
-    bool done = GetFileSize(file, nullptr) == 3 && GetFileTime(file, &time, &time, &time) &&
-                SetFilePointer(file, 4, nullptr, FILE_BEGIN) == 4 && SetEndOfFile(file) &&
-                WriteFile(file, "new", 3, &written, nullptr);
-    CloseHandle(file);
-    std::string text = tree_.Read("text");
-    EXPECT_EQ(written, done ? 3u : 0u);
-    EXPECT_EQ(text, (std::string("old\0new", text.size()))) << "never in another place";
-    return done;
-  }
-
-  bool Lists(HANDLE search, WIN32_FIND_DATAA* data) {
-    if (search == INVALID_HANDLE_VALUE) return false;
-    while (FindNextFileA(search, data)) continue;
-    return GetLastError() == ERROR_NO_MORE_FILES && FindClose(search);
-  }
-
-  bool MakesTemporary() {
-    char name[MAX_PATH];
-    if (GetTempFileNameA(tree_.Path("dir").c_str(), "x", 0, name) == 0) return false;
-    EXPECT_EQ(access(name, F_OK), 0);
-    return remove(name) == 0;
-  }
-
-  bool Runs() {
-    char line[] = "sh -c \"exit 3\"";
-    PROCESS_INFORMATION information;
-    if (!CreateProcessA(nullptr, line, nullptr, nullptr, FALSE, 0, nullptr, nullptr, nullptr,
-                        &information)) {
-      return false;
-    }
-    DWORD code = 0;
-    EXPECT_EQ(WaitForSingleObject(information.hProcess, INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(GetExitCodeProcess(information.hProcess, &code));
-    EXPECT_EQ(code, 3u);
-    return Closed(information.hThread) && Closed(information.hProcess);
-  }
-
-  // Right whatever fails. Half of the block may not be written.
-  bool Probes() {
-    constexpr size_t kPage = 4096;
-    alignas(kPage) static char block[2 * kPage];
-    mprotect(block + kPage, kPage, PROT_READ);
-    return !IsBadReadPtr(block, sizeof block) && !IsBadWritePtr(block, kPage) &&
-           IsBadWritePtr(block, kPage + 1) && !IsBadStringPtrA(block, sizeof block) &&
-           IsBadStringPtrA(nullptr, 1);
-  }
-
-  bool Names() {
-    char buffer[MAX_PATH];
-    return GetFileAttributesA(tree_.Path("text").c_str()) == FILE_ATTRIBUTE_ARCHIVE &&
-           GetFullPathNameA("text", sizeof buffer, buffer, nullptr) &&
-           GetTempPathA(sizeof buffer, buffer) &&
-           GetModuleFileNameA(nullptr, buffer, sizeof buffer);
-  }
-
   tavrix_test::Tree tree_;
-  WIN32_FIND_DATAA data_;
-  const std::vector<Row> rows_ = {
-      {"CreateFileA",
-       [&] {
-         bool opened = Closed(Open("text", CREATE_ALWAYS));
-         EXPECT_EQ(tree_.Read("text"), opened ? "" : "old");
-         return opened;
-       }},
-      {"OpenStream",
-       [&] {
-         FILE* stream = OpenStream(tree_.Path("text").c_str(), "r+b");
-         if (stream) CloseStream(stream);
-         return stream != nullptr;
-       }},
-      {"WriteFile", [&] { return Changes(); }},
-      {"CreateFileMappingA", [&] { return Grows(); }},
-      {"memory", [&] { return Maps(INVALID_HANDLE_VALUE); }},
-      {"FindFirstFileA",
-       [&] { return Lists(FindFirstFileA(tree_.Path("*").c_str(), &data_), &data_); }},
-      {"FindFirstName",
-       [&] { return Lists(FindFirstName(tree_.Path("*").c_str(), &data_, true), &data_); }},
-      {"DeleteFileA", [&] { return DeleteFileA(tree_.Path("text").c_str()); }},
-      {"GetTempFileNameA", [&] { return MakesTemporary(); }},
-      {"GetFileAttributesA", [&] { return Names(); }},
-      {"CreateProcessA", [&] { return Runs(); }},
-      {"OpenProcessToken",
-       [&] {
-         HANDLE token;
-         return OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) && Closed(token);
-       }},
-      {"SetEnvironmentVariableA", [] { return SetEnvironmentVariableA("TAVRIX_TEST", "text"); }},
-      {"FormatMessageA",
+  std::string name_ = tree_.Path("f");
+  static constexpr int32_t kName = 3;
+  ScanDef symbols_[4] = {{"\n", kScanLineEnd, SCAN_STRING, 0, 0},
+                         {" ", kScanBlank, SCAN_SET, 0, 0},
+                         {"az", kName, SCAN_RANGES, 0, 0},
+                         {nullptr, 0, 0, 0, 0}};
+
+  const std::vector<Row> plain_ = {
+      {"XProcStart", kQuiet,
        [] {
-         char* text;
-         return FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr,
-                               ERROR_DISK_FULL, 0, reinterpret_cast<char*>(&text), 0, nullptr) &&
-                !LocalFree(text);
+         char line[] = "true";
+         return XProcStart(line) == 0;
+       },
+       1},
+      {"XDlgFileOpen", kQuiet,
+       [] {
+         char name[260] = "";
+         OPENFILENAMEA ofn = {};
+         ofn.lpstrFile = name;
+         ofn.nMaxFile = sizeof name;
+         return XDlgFileOpen(&ofn) == 1;
        }},
-      {"IsBadWritePtr", [&] { return Probes(); }},
-      {"GetDriveTypeA", [] { return GetDriveTypeA("/") <= DRIVE_RAMDISK; }},
+      {"XFileList FileList FileListRoot FileListPattern FileFindStep FileFinderSelect", kQuiet,
+       [this] {
+         char name[262];
+         int count = 0;
+         while (XFileList(name, "%TVX_LIST%", "*.txt", FL_RECURSE)) ++count;
+         return count == 3;  // the last pattern reports twice in a subdirectory
+       }},
+      {"FileListDrives", kQuiet,
+       [this] {
+         MemSplit drives = {};
+         MemSplitInit(&drives, "", 0, "", 0);
+         FileFinderSelect(nullptr);
+         if (CurrentFinder) CurrentFinder->pDrives = &drives;
+         FileListDrives(nullptr, 0);
+         bool done = CurrentFinder && FileListDrives(tree_.Path().c_str(), ~0u) != 0x80000000;
+         if (CurrentFinder) CurrentFinder->pDrives = nullptr;
+         return done;
+       }},
+      {"FileWalk FileWalkB", kQuiet,
+       [this] {
+         static int count;
+         count = 0;
+         char path[260];
+         strcpy(path, tree_.Path("list/b").c_str());
+         auto note = [](uint32_t, const WIN32_FIND_DATAA*) -> uint32_t { return ++count, 0; };
+         FileWalk(path, "*", note);
+         FileWalkB(path, "*", note);
+         return count == 6;
+       }},
+      {"FileSplitPath FileStat", kRaises,
+       [this] {
+         FileNameRec rec = {};
+         return Open(FO_MAPPED | FO_READ) && FileSplitPath("f", &rec) == 0 &&
+                FileStat(name_.c_str(), &rec) == 0;
+       }},
+      {"FileOpen FileSelect FileObjOpen FileObjSelect FileObjClose", kRaises,
+       [this] {
+         FileObject* stream = Open(FO_READ | FO_STREAM_BUFFER | FO_NAME);
+         FileObject* own = FileObjSelect(nullptr);
+         bool done = stream && own && FileObjOpen(own, name_.c_str(), FO_READ);
+         if (own) FileObjClose(own);
+         return done;
+       }},
+      {"FileOpenBeside FileObjOpenBeside", kRaises,
+       [this] {
+         tree_.File("f.ini");
+         return FileOpenBeside((name_ + ".exe").c_str(), ".ini", FO_READ) &&
+                FileObjOpenBeside((name_ + ".exe").c_str(), ".ini", FO_READ);
+       }},
+      {"FileRevert FileNameRefresh", kFatal,
+       [this] {
+         FileObject* file = Open(FO_MAPPED | FO_WRITE | FO_BACKUP | FO_NAME);
+         return file && FileNameRefresh() && FileRevert() == 0;
+       }},
+      {"FileMap FileReserve FileFaultFilter", kFatal,
+       [this] {
+         FileObject* file = Open(FO_MAPPED | FO_WRITE | FO_GROW_10K);
+         if (!file || FileMap(0) != 0 || FileMap(5) != 0) return false;
+         EXCEPTION_RECORD record = {};
+         record.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
+         record.ExceptionInformation[1] = reinterpret_cast<uintptr_t>(file->pView + 20'000);
+         EXCEPTION_POINTERS pointers = {&record, nullptr};
+         return FileFaultFilter(nullptr, &pointers) == EXCEPTION_CONTINUE_EXECUTION &&
+                ErrCurrent->nCount == 0;
+       }},
+      {"FileResize FileReplace FileVPrintf FilePrintf FileAppendf", kFatal,
+       [this] {
+         FileObject* file = Open(FO_MAPPED | FO_WRITE);
+         return file && FileResize(100) == 0 && FileReplace(file->pView, 1, kLong.data(), 3000) &&
+                FileVPrintf(file->pView, 1, "%s", kLong.c_str()) &&
+                FilePrintf(file->pView, "%s", kLong.c_str()) && FileAppendf("%s", kLong.c_str());
+       }},
+      {"FileObjResize FileObjReplace FileObjVPrintf FileObjPrintf FileObjAppendf", kRaises,
+       [this] {
+         FileObject* file = Open(FO_WRITE | FO_STREAMED);
+         return file && FileObjResize(file, 100) == 0 &&
+                FileObjReplace(file, file->pView, 1, kLong.data(), 500) &&
+                FileObjVPrintf(file, file->pView, 1, "%s", kLong.c_str()) &&
+                FileObjPrintf(file, file->pView, "%s", kLong.c_str()) &&
+                FileObjAppendf(file, "%s", kLong.c_str());
+       }},
+      {"ScanOpen ScanAttachFile ScanDefine ScanGet ScanMatch ScanRun ScanSkipTo ScanFirstOf "
+       "ScanFirstOfList ScanFind ScanReadLine ScanRewind",
+       kRaises,
+       [this] {
+         tree_.File("f", "one two\n" + kLong);
+         int32_t names[] = {kName, 0};
+         bool done = ScanOpen(name_.c_str(), FO_READ | FO_STREAMED, symbols_) && ScanGet(kName) &&
+                     ScanMatch(kName) && ScanRun(kName) && ScanSkipTo(kName) &&
+                     ScanFirstOf(kName, SCAN_LIST_END) && ScanFirstOfList(names) && ScanFind(kName);
+         return done && ScanReadLine() && ScanRewind() == 0;
+       },
+       2},
+      {"ScanText ScanSelect ScanDefine ScanSetValue ScanAddValue", kRaises,
+       [this] {
+         return ScanSelect(nullptr) && ScanText(kLong.data(), 3000, symbols_) &&
+                ScanDefine(symbols_, 0) == 0 && ScanSetValue(kLong.data(), 3000) &&
+                ScanAddValue(kLong.data(), 3000);
+       }},
+      {"ErrStackAttach ErrSetTable", kRaises,
+       [] {
+         static const MessageRow rows[] = {{1, "one", 0}, {0, "other", 0}};
+         ErrClass(0);
+         return ErrSetTable(nullptr, rows) && ErrSetTable(nullptr, nullptr);
+       }},
+      {"ErrRaiseText ErrPushText ErrText ErrFormat ErrGetText", kQuiet,
+       [] {
+         static char text[4000];
+         ErrRaiseText("test", 1, 1, 31, kText.c_str());
+         bool done = false;
+         while (ErrGetText(text, -1)) done |= strstr(text, kText.c_str()) != nullptr;
+         ErrPush(1);
+         ErrPushText(0, reinterpret_cast<uintptr_t>(kText.c_str()));
+         const char* made = ErrFormat(reinterpret_cast<uintptr_t>("%s"), kText.c_str());
+         done = done && made && kText == made;
+         made = ErrText(31, kText.c_str());
+         return done && made && strstr(made, kText.c_str());
+       }},
+      {"ErrReport", kQuiet,
+       [] {
+         static char report[1024];
+         SetLastError(ERROR_DISK_FULL);
+         ErrRaiseText("test", 1, ERR_SYSTEM | 1, "text");
+         ErrReport(report, ERR_REPORT_COMPOSE | ERR_REPORT_FULL);
+         return strstr(report, "text") && strstr(report, "(112)");
+       }},
+      {"ClsAttach", kRaises,
+       [] {
+         void* thing = ClsAttach(kFmtTag, nullptr, kFmtClass, sizeof(Formatter), nullptr);
+         return thing && ClsDetach(kFmtTag, &thing) == 0;
+       }},
+      {"MemResize MemExtend MemBufNew MemBufSet MemBufAdd MemBufSplice MemBufPrintf", kRaises,
+       [] {
+         void* block = MemResize(nullptr, 10, 0, 4);
+         void* more = MemExtend(nullptr, 3000, 0, 4);
+         free(block);
+         free(more);
+         MemBuf* buf = MemBufNew(nullptr, 4096);
+         bool done = block && more && buf && MemBufSet(buf, "abc", 3) &&
+                     MemBufAdd(buf, kLong.data(), 3000) &&
+                     MemBufSplice(buf, buf->pData, 1, kLong.data(), 3000) &&
+                     MemBufPrintf(buf, "%s%s%s", kLong.c_str(), kLong.c_str(), kLong.c_str());
+         if (buf) MemBufFree(buf);
+         free(buf);
+         return done;
+       }},
+      {"MemAttach MemReplace MemBufReplace", kRaises,
+       [] {
+         char block[32] = "0123456789";
+         MemBuf buf = {4, 0, 0, nullptr};
+         uint32_t noted = MemReplace(block, 10, block + 2, 1, block, 3, MEM_RECORD);
+         EXPECT_TRUE(noted == 0 || noted == static_cast<uint32_t>(-1000));
+         uint32_t growth = MemReplace(block, 20, nullptr, 0, nullptr, 0, MEM_APPLY);
+         EXPECT_TRUE(growth == 2 || growth == 0);
+         EXPECT_STREQ(block, growth == 2 ? "010123456789" : "0123456789");
+         bool done =
+             growth == 2 && MemBufReplace(&buf, "z", 1, kLong.data(), 3000, 0) && buf.nSize == 3000;
+         MemBufFree(&buf);
+         return done;
+       }},
+      {"MemHashInit MemHashAdd MemHashSize MemHashDump", kRaises,
+       [] {
+         Hash hash = {};
+         TraceFile = fopen("/dev/null", "w");
+         bool done = MemHashInit(&hash, 2, 1, nullptr, nullptr) == 0 &&
+                     MemHashAdd(&hash, kLong.data(), 3000, 1) && MemHashAdd(&hash, "other", 4, 2) &&
+                     MemHashSize(&hash, 5, 0) == 0 && MemHashDump(&hash, "other", 4) == 0;
+         MemHashFree(&hash);
+         fclose(TraceFile);
+         TraceFile = nullptr;
+         return done;
+       }},
+      {"MemPoolNew MemPoolAdd", kRaises,
+       [] {
+         MemBuf buf = {2048, 0, 0, nullptr};
+         bool done = MemPoolNew(&buf, "a", 1) && MemPoolAdd(&buf, kLong.data(), 3000);
+         MemPoolFree(&buf);
+         return done;
+       }},
+      {"MemSplitInit", kRaises,
+       [] {
+         MemSplit* split = MemSplitInit(nullptr, "a;b", 3, ";", 1);
+         free(split);
+         return split != nullptr;
+       }},
+      {"FmtSelect FmtHex FmtDump", kRaises,
+       [] {
+         return FmtSelect(nullptr) && FmtHex(kLong.data(), 3000, nullptr, 0) &&
+                FmtDump(kLong.data(), 100, 0, 0) == 0;
+       }},
+      {"CslExpand CslSetPrompt", kQuiet,
+       [] { return CslExpand("%TVX_NAME%%TVX_NAME%") && CslSetPrompt("\x1B[1m"); }},
+      {"CslAtExit", kQuiet, [] { return CslAtExit([] {}, 1) == 0; }},
+  };
+
+  const std::vector<Row> console_ = {
+      {"CslSelect CslSet CslGet CslInMode CslOutMode", kRaises,
+       [] {
+         uintptr_t width = 0;
+         uint32_t mode = 0;
+         return CslSelect(nullptr) && CslSet(CSL_POSITION, 3, 4) == 0 &&
+                CslSet(CSL_TEXT_COLOUR, 0x1E, 0) == 0 && CslSet(CSL_HIDDEN, 0, 0) == 0 &&
+                CslSet(CSL_CLEAR, 1, 0) == 0 && CslGet(CSL_BUFFER_WIDTH, &width, nullptr) == 0 &&
+                width == 80 && CslInMode(4, &mode) == 0 && CslOutMode(2) == 0;
+       }},
+      {"CslPaint CslMarkRun", kRaises,
+       [] { return CslPaint(0x1E, 0, 0, 3, 0, 0, 0) == 0 && CslMarkRun(0x2F, 3) == 0; }},
+      {"CslOnDemand CslRestoreColour CslRestoreCursor", kQuiet,
+       [] {
+         Console* console = CslOnDemand();
+         if (console) CslRestoreColour(console);
+         if (console) CslRestoreCursor(console);
+         return console != nullptr;
+       }},
+      {"ErrReport FmtDump FmtStruct", kQuiet,
+       [] {
+         static const FieldDesc table[] = {{0, FIELD_UNSIGNED | 4, "Field", 0, 0, nullptr}, {}};
+         ErrRaiseText("test", 1, 1, "text");
+         uint32_t value = 7;
+         return ErrReport(nullptr, ERR_REPORT_FULL) == 0 && FmtDump(&value, 4, 0, 0) == 0 &&
+                FmtStruct(table, &value) != 0;
+       }},
   };
 };
 
-TEST_F(PosixFault, EveryAllocationMayFail) {
-  ExpectErrors<AllocationFault>([](DWORD error) { return error == ERROR_NOT_ENOUGH_MEMORY; });
+TEST_F(PublicFault, EveryAllocationMayFail) { Sweep<AllocationFault>(InSilence, plain_); }
+
+TEST_F(PublicFault, EverySystemCallMayFail) { Sweep<CallFault>(InSilence, plain_); }
+
+TEST_F(PublicFault, EveryAllocationMayFailOnATerminal) {
+  Sweep<AllocationFault>(OnATerminal, console_);
 }
 
-TEST_F(PosixFault, EverySystemCallMayFail) {
-  ExpectErrors<CallFault>(
-      [](DWORD error) { return error && posix_layer::FindSystemMessage(error) != nullptr; });
-}
-
-// A signal in the middle of a call is no failure of it.
-TEST_F(PosixFault, EveryCallMayBeInterrupted) {
-  for (const char* call :
-       {"open", "read", "write", "ftruncate64", "fallocate64", "pread64", "waitpid", "poll"}) {
-    for (const Row& row : rows_) {
-      if (strcmp(call, "ftruncate64") == 0 && strcmp(row.name, "memory") == 0)
-        continue;  // waits for nothing
-      tree_.File("text", "old");
-      CallFault fault(call, EINTR, 1);
-      EXPECT_TRUE(row.call()) << call << " " << row.name;
-    }
-  }
-}
-
-TEST_F(PosixFault, TellsErrorsInTheTermsOfWindows) {
-  using posix_layer::MissingError;
-  const std::pair<DWORD, std::vector<int>> kRows[] = {
-      {ERROR_SUCCESS, {0}},
-      {ERROR_FILE_NOT_FOUND, {ENOENT, ELOOP}},
-      {ERROR_PATH_NOT_FOUND, {ENOTDIR}},
-      {ERROR_TOO_MANY_OPEN_FILES, {EMFILE, ENFILE}},
-      {ERROR_ACCESS_DENIED, {EACCES, EPERM, EISDIR}},
-      {ERROR_INVALID_HANDLE, {EBADF}},
-      {ERROR_NOT_ENOUGH_MEMORY, {ENOMEM, EAGAIN}},
-      {ERROR_WRITE_PROTECT, {EROFS}},
-      {ERROR_SHARING_VIOLATION, {EBUSY, ETXTBSY}},
-      {ERROR_ALREADY_EXISTS, {EEXIST}},
-      {ERROR_INVALID_PARAMETER, {EINVAL}},
-      {ERROR_DISK_FULL, {ENOSPC, EDQUOT, EFBIG}},
-      {ERROR_BROKEN_PIPE, {EPIPE}},
-      {ERROR_DIR_NOT_EMPTY, {ENOTEMPTY}},
-      {ERROR_BAD_EXE_FORMAT, {ENOEXEC, ELIBBAD}},
-      {ERROR_FILENAME_EXCED_RANGE, {ENAMETOOLONG, E2BIG}},
-      {ERROR_GEN_FAILURE, {EIO, ENOSYS, EXDEV}},
-  };
-  for (const auto& [error, numbers] : kRows) {
-    for (int number : numbers) EXPECT_EQ(posix_layer::ErrorFromErrno(number), error) << number;
-  }
-  // Names that no call can have got so far with.
-  std::string longest = std::string(5000, 'a') + "/b";
-  EXPECT_EQ(MissingError(longest.c_str(), ENOENT), ERROR_FILENAME_EXCED_RANGE);
-  EXPECT_EQ(MissingError(longest.c_str(), ENOTDIR), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(MissingError("///", ENOENT), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(MissingError("///", ENOTDIR), ERROR_PATH_NOT_FOUND);
-  // An open has reasons of its own.
-  for (auto [number, error] :
-       {std::pair(EAGAIN, ERROR_SHARING_VIOLATION), std::pair(ENODEV, ERROR_ACCESS_DENIED)}) {
-    CallFault fault("open", number);
-    EXPECT_EQ(Open("text", OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), error);
-  }
-}
+TEST_F(PublicFault, EverySystemCallMayFailOnATerminal) { Sweep<CallFault>(OnATerminal, console_); }
 
 }  // namespace
+}  // namespace quern
+
+#endif

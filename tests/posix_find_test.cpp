@@ -1,29 +1,8 @@
 // The search of directories: matching, order, attributes, and that nothing stale is handed out.
-#include <dirent.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <locale.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstring>
-#include <random>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "platform/posix/directory.h"
-#include "platform/win32.h"
-#include "tests/support/alloc.h"
-#include "tests/support/call.h"
-#include "tests/support/child.h"
-#include "tests/support/limit.h"
 #include "tests/support/name_model.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace {
 
@@ -44,17 +23,12 @@ TEST(PosixMatch, FollowsTheRulesOfTheRealSystem) {
 }
 
 TEST(PosixMatch, AgreesWithTheModelOnRandomNames) {
-  std::mt19937 random(1);
-  auto text = [&](const char* letters) {
-    std::string result(random() % 9 + 1, 0);
-    for (char& c : result) c = letters[random() % strlen(letters)];
-    return result;
+  auto trial = [](tavrix_test::Choices& choices) {
+    const std::string pattern = choices.Text("aB.*?*?.", 9), name = "a" + choices.Text("aAb.", 8);
+    return Matches(pattern, name) == tavrix_test::ModelMatch(pattern, name) ? ""
+                                                                            : pattern + " " + name;
   };
-  for (int i = 0; i < 300000; ++i) {
-    std::string pattern = text("aB.*?*?."), name = text("aAb.");
-    ASSERT_EQ(Matches(pattern, name), tavrix_test::ModelMatch(pattern, name))
-        << pattern << " " << name;
-  }
+  EXPECT_EQ(tavrix_test::RunTrials(1, 50'000, trial), "");
 }
 
 TEST(PosixMatch, StaysQuickOnPatternsFullOfWildcards) {
@@ -101,37 +75,8 @@ DWORD FirstError(const std::string& pattern) {
   return GetLastError();
 }
 
-std::string UpperOf(std::string text) {
-  for (char& c : text) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-  return text;
-}
-
 // Long enough for the stamps of a directory to count as settled, so that it is kept.
 void Settle() { std::this_thread::sleep_for(std::chrono::milliseconds(150)); }
-
-TEST(PosixFind, GivesDotsFirstAndNamesInCaseBlindOrder) {
-  Tree tree;
-  std::mt19937 random(2);
-  Names expected, some;
-  while (expected.size() < 2000) {  // more than one reading gives
-    std::string name = random() % 2 ? "A_name_to_fill_" : "a_name_to_fill_";
-    if (random() % 4 == 0) name += "abABabAB";
-    for (size_t length = random() % 12; length > 0; --length) name += "abAB_.~\xE4"[random() % 8];
-    if (tree.Exists(name)) continue;
-    tree.File(name);
-    expected.push_back(name);
-  }
-  std::sort(expected.begin(), expected.end(), [](const std::string& a, const std::string& b) {
-    return std::pair(UpperOf(a), a) < std::pair(UpperOf(b), b);
-  });
-  expected.insert(expected.begin(), {".", ".."});
-  for (Ask ask : {Ask::kAll, Ask::kNames}) EXPECT_EQ(List(tree.Path("*.*"), ask), expected);
-  for (const std::string& name : expected) {
-    if (tavrix_test::ModelMatch("*_*a*b", name)) some.push_back(name);
-  }
-  EXPECT_EQ(List(tree.Path("*_*a*b")), some);
-  EXPECT_EQ(Attributes(tree.Path("*")), FILE_ATTRIBUTE_DIRECTORY);
-}
 
 TEST(PosixFind, TellsWhyNothingWasFound) {
   Tree tree;
@@ -184,108 +129,6 @@ TEST(PosixFind, DescribesEntries) {
   uint64_t ticks =
       uint64_t{data.ftLastWriteTime.dwHighDateTime} << 32 | data.ftLastWriteTime.dwLowDateTime;
   EXPECT_EQ(ticks / 10'000'000 - 11'644'473'600, static_cast<uint64_t>(facts.st_mtime));
-}
-
-// File systems may leave the kind of an entry open, and may refuse to tell of one.
-TEST(PosixFind, DescribesEntriesOfWhichLittleIsTold) {
-  Tree tree;
-  tree.File("file", "12345");
-  tree.Dir("folder");
-  tree.File(".x");
-  for (const char* to : {"folder", "nothing"}) {
-    ASSERT_EQ(symlink(to, tree.Path(std::string("to_") + to).c_str()), 0);
-  }
-  auto list = [&] {
-    for (Ask ask : {Ask::kAll, Ask::kNames}) {
-      EXPECT_EQ(List(tree.Path("*"), ask), (Names{".", "..", ".x", "file", "folder", "to_folder"}));
-      EXPECT_EQ(Attributes(tree.Path("file"), ask), FILE_ATTRIBUTE_ARCHIVE);
-      EXPECT_EQ(Attributes(tree.Path("folder"), ask), FILE_ATTRIBUTE_DIRECTORY);
-      EXPECT_EQ(Attributes(tree.Path("to_folder"), ask), FILE_ATTRIBUTE_REPARSE_POINT);
-    }
-  };
-  {
-    tavrix_test::StandIn<long(int, void*, unsigned)> untold(
-        "getdents64", [](int file, void* entries, unsigned size) {
-          long count = getdents64(file, entries, size);
-          for (long at = 0; at < count;) {
-            auto* entry = reinterpret_cast<dirent64*>(static_cast<char*>(entries) + at);
-            entry->d_type = DT_UNKNOWN;
-            at += entry->d_reclen;
-          }
-          return count;
-        });
-    list();
-    EXPECT_EQ(List(tree.Path("*"), Ask::kDirectories).size(), 6u) << "none is surely no folder";
-    tavrix_test::CallFault fault("statx", EACCES);
-    EXPECT_EQ(List(tree.Path("*"), Ask::kAll), (Names{".", ".."}));
-  }
-  list();
-  {
-    tavrix_test::CallFault gone("statx", ENOTDIR);
-    EXPECT_EQ(List(tree.Path("*"), Ask::kAll), Names{});
-  }
-  tavrix_test::CallFault fault("statx", EACCES);
-  EXPECT_EQ(List(tree.Path("*"), Ask::kAll), (Names{".", "..", ".x", "file", "folder"}));
-  EXPECT_EQ(Attributes(tree.Path("folder")), FILE_ATTRIBUTE_DIRECTORY);
-  EXPECT_EQ(Attributes(tree.Path("file")), FILE_ATTRIBUTE_ARCHIVE);
-}
-
-// What is kept of a directory serves no other locale, file system or place.
-TEST(PosixFind, KeepsADirectoryForTheSameSearchAlone) {
-  Tree tree;
-  tree.File("d/n0");
-  tree.File("whole/n0");
-  const timespec times[] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, tree.Path("whole").c_str(), times, 0), 0);
-  Settle();
-  auto serves = [&](const char* pattern) {
-    tavrix_test::CallFault fault("getdents64", EIO);
-    return FirstError(tree.Path(pattern)) == 0;
-  };
-  auto isKept = [&](const char* pattern) {
-    EXPECT_EQ(List(tree.Path(pattern)), Names{"n0"});
-    return serves(pattern);
-  };
-  EXPECT_TRUE(isKept("d/n*"));
-  EXPECT_FALSE(isKept("whole/n*")) << "stamps of whole seconds take longer to settle";
-  EXPECT_TRUE(isKept("d/n*"));
-  if (setlocale(LC_ALL, "C.UTF-8")) {
-    EXPECT_FALSE(serves("d/n*"));
-    EXPECT_TRUE(isKept("d/n*"));
-  }
-  setlocale(LC_ALL, "C");
-  for (const char* call : {"", "fstatfs64"}) {
-    EXPECT_EQ(List("/sys/kernel/mm*"), Names{"mm"});
-    tavrix_test::CallFault fault(call, ENOSYS);
-    EXPECT_EQ(isKept("d/n*"), !*call);
-  }
-  List("/sys/kernel/mm*");
-  EXPECT_TRUE(isKept("d/n*"));
-  tree.Remove("d");
-  EXPECT_EQ(FirstError(tree.Path("d/*")), ERROR_PATH_NOT_FOUND);
-  ASSERT_EQ(chdir("/"), 0);
-  EXPECT_EQ(List("proc"), Names{"proc"});
-  HANDLE none = nullptr;
-  WIN32_FIND_DATAA data;
-  EXPECT_FALSE(FindNextFileA(none, &data) || FindClose(none));
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-}
-
-TEST(PosixFind, TheMemoryForALargeDirectoryMayFail) {
-  Tree tree;
-  for (int i = 0; i < 1500; ++i) tree.File(std::to_string(i) + std::string(100, 'n'));
-  EXPECT_EQ(FirstError(tree.Path("*")), 0u);  // the table of handles stays
-  posix_layer::ForgetDirectory();
-  for (int64_t number = 1;; ++number) {
-    int64_t blocks = tavrix_test::LiveBlocks();
-    tavrix_test::AllocationFault fault(number);
-    DWORD error = FirstError(tree.Path("*"));
-    posix_layer::ForgetDirectory();
-    EXPECT_EQ(tavrix_test::LiveBlocks(), blocks);
-    EXPECT_EQ(error, fault.Hit() ? ERROR_NOT_ENOUGH_MEMORY : 0);
-    if (!fault.Hit()) break;
-    ASSERT_LT(number, 10);
-  }
 }
 
 TEST(PosixFind, NeverHandsOutAStaleDirectory) {

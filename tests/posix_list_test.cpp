@@ -1,18 +1,6 @@
 // The enumeration where the system refuses: descriptors, permissions, loops of links.
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include "exports/tavrix32.h"
-#include "quern/cerr.h"
-#include "tests/support/limit.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace {
 
@@ -45,22 +33,6 @@ TEST(PosixList, SixteenDescriptorsAreEnough) {
     EXPECT_EQ(List(tree.Path() + "/*", FL_RECURSE), Names{});
   }
   EXPECT_EQ(quern::ErrCurrent, nullptr);
-}
-
-TEST(PosixList, UnreadableDirectoriesYieldNothing) {
-  Tree tree;
-  for (const char* file : {"a/1", "b/2", "c/3"}) tree.File(file);
-  chmod(tree.Path("b").c_str(), 0);
-  chmod(tree.Path().c_str(), 0755);
-  pid_t child = fork();
-  if (child == 0) {
-    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(2);
-    bool right = List(tree.Path() + "/*", FL_RECURSE) == Names{tree.Path("a/1"), tree.Path("c/3")};
-    _exit(right && !quern::ErrCurrent ? 0 : 1);
-  }
-  int status;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST(PosixList, LinksToDirectoriesAreListedAndNotEntered) {

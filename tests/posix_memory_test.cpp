@@ -1,20 +1,5 @@
 // Probes of memory: every protection, every edge, nothing touched.
-#include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <utility>
-#include <vector>
-
-#include "platform/win32.h"
-#include "tests/support/call.h"
-#include "tests/support/limit.h"
+#include "tests/support/test.h"
 
 namespace {
 
@@ -74,58 +59,6 @@ TEST_F(PosixMemory, TellsWhatCanBeWrittenAlsoWithoutDescriptors) {
   ExpectWriteProbes();
   tavrix_test::Limit none(RLIMIT_NOFILE, 0);
   ExpectWriteProbes();
-}
-
-// The map as text, in pieces of any size; and no map at all.
-TEST_F(PosixMemory, TellsWhatCanBeWrittenOnOtherSystems) {
-  using Read = ssize_t(int, void*, size_t);
-  tavrix_test::CallFault unknown("ioctl", ENOTTY);
-  for (size_t most : {4096, 100, 1}) {
-    tavrix_test::StandIn<Read> reads("read", [most](int file, void* bytes, size_t size) {
-      return read(file, bytes, std::min(most, size));
-    });
-    ExpectWriteProbes();
-  }
-  EXPECT_TRUE(unknown.Hit());
-  {
-    tavrix_test::StandIn<Read> empty("read", [](int, void*, size_t) { return ssize_t{0}; });
-    ExpectWriteProbes();
-  }
-  // What nobody can tell counts as writable.
-  tavrix_test::CallFault noMap("open", ENOENT), noPages("madvise", EINVAL);
-  EXPECT_FALSE(IsBadWritePtr(readOnly_, 1));
-  EXPECT_TRUE(IsBadWritePtr(shut_, 1));
-}
-
-TEST_F(PosixMemory, EveryReadingOfTheMapMayFail) {
-  tavrix_test::CallFault unknown("ioctl", ENOTTY);
-  int left;
-  tavrix_test::StandIn<ssize_t(int, void*, size_t)> reads(
-      "read", [&left](int file, void* bytes, size_t) {
-        errno = EIO;
-        return left-- > 0 ? read(file, bytes, 1) : -1;
-      });
-  for (int number = 0; number < 300; ++number) {
-    left = number;
-    EXPECT_FALSE(IsBadWritePtr(plain_, 1)) << number;
-    left = number;
-    EXPECT_TRUE(IsBadWritePtr(readOnly_, 1)) << number;
-  }
-}
-
-TEST_F(PosixMemory, TellsHowLargeBlocksAreAndAdvisesInsideThem) {
-  void* block = malloc(100);
-  EXPECT_GE(HeapBlockSize(block), 100u);
-  free(block);
-  std::vector<std::pair<uintptr_t, size_t>> advised;
-  tavrix_test::StandIn<int(void*, size_t, int)> advises("madvise", [&](void* at, size_t size, int) {
-    advised.emplace_back(reinterpret_cast<uintptr_t>(at), size);
-    return 0;
-  });
-  constexpr size_t kLarge = 2 << 20;
-  ExpectScatteredUse(reinterpret_cast<void*>(5 * kLarge - 1), 3 * kLarge);
-  ExpectScatteredUse(reinterpret_cast<void*>(5 * kLarge + 1), 2 * kLarge - 2);
-  EXPECT_EQ(advised, (decltype(advised){{5 * kLarge, 2 * kLarge}}));
 }
 
 TEST_F(PosixMemory, ReadsTextsToTheirEnd) {

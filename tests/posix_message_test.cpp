@@ -1,11 +1,5 @@
 // Texts of system errors.
-#include <gtest/gtest.h>
-
-#include <set>
-#include <string>
-
-#include "platform/win32.h"
-#include "tests/support/alloc.h"
+#include "tests/support/test.h"
 
 namespace {
 
@@ -51,24 +45,6 @@ TEST(PosixMessage, KnowsEveryTextByItsCodeAlone) {
   EXPECT_GT(found, 250u);
   EXPECT_EQ(found - texts.size(), 4u) << "196 and 199, 1450 to 1452, 1453 and 1454 share theirs";
   EXPECT_EQ(Message(~DWORD{0}), "<317>");
-}
-
-TEST(PosixMessage, FailsWithoutABlock) {
-  EXPECT_EQ(Message(5, FORMAT_MESSAGE_FROM_SYSTEM), "<87>");
-  EXPECT_EQ(Message(5, kFlags | 0x200), "<87>");
-  int64_t before = tavrix_test::LiveBlocks();
-  char* text = reinterpret_cast<char*>(&text);
-  for (DWORD code : {DWORD{5}, ERROR_BAD_EXE_FORMAT, DWORD{35}}) {
-    tavrix_test::AllocationFault fault(1);
-    EXPECT_EQ(FormatMessageA(kFlags, nullptr, code, 0, reinterpret_cast<char*>(&text), 0, nullptr),
-              0u);
-    EXPECT_EQ(fault.Hit(), code == 5) << code;
-    EXPECT_TRUE(code != 5 || GetLastError() == ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(LocalFree(text), nullptr) << "what a failure stores can be freed";
-  }
-  EXPECT_EQ(tavrix_test::LiveBlocks(), before);
-  EXPECT_FALSE(Message(5).empty());
-  EXPECT_EQ(tavrix_test::LiveBlocks(), before);
 }
 
 }  // namespace

@@ -1,21 +1,6 @@
 // Command lines in words, and processes from their start to their end.
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "platform/posix/process.h"
-#include "platform/win32.h"
-#include "tests/support/limit.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace {
 
@@ -115,30 +100,6 @@ TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {
     }
   }
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a failure leaves no child";
-  // Where the program itself is named, only names with a folder are.
-  PROCESS_INFORMATION none;
-  STARTUPINFOA startup;
-  GetStartupInfoA(&startup);
-  auto create = [&](const char* application, char* line, PROCESS_INFORMATION* information) {
-    SetLastError(0);
-    return CreateProcessA(application, line, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                          information)
-               ? 0
-               : GetLastError();
-  };
-  char line[] = "tool \"a\"";
-  EXPECT_EQ(create(nullptr, nullptr, &none), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(create("/bin/true", line, nullptr), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(create("", line, &none), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(create("missing", nullptr, &none), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(GetExitCodeProcess(nullptr, nullptr), FALSE);
-  PROCESS_INFORMATION started;
-  ASSERT_EQ(create(tree.Path("three\\tool").c_str(), line, &started), 0u);
-  DWORD code;
-  WaitForSingleObject(started.hProcess, INFINITE);
-  EXPECT_TRUE(GetExitCodeProcess(started.hProcess, &code));
-  EXPECT_EQ(code, 5u);
-  EXPECT_TRUE(CloseHandle(started.hThread) && CloseHandle(started.hProcess));
   // An empty entry is the current directory; one that is too long is passed over.
   ASSERT_EQ(chdir(tree.Path("three").c_str()), 0);
   setenv("PATH", (path + ":" + std::string(5000, 'p') + ":").c_str(), 1);

@@ -1,51 +1,9 @@
 // Temporary names and removal.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <set>
-#include <string>
-#include <utility>
-
-#include "platform/win32.h"
-#include "tests/support/call.h"
-#include "tests/support/limit.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace {
 
 using tavrix_test::Tree;
-
-DWORD Delete(const std::string& name) { return DeleteFileA(name.c_str()) ? 0 : GetLastError(); }
-
-TEST(PosixTemporary, NamesTheFolder) {
-  char buffer[300];
-  auto folder = [&](const char* variable) {
-    variable ? setenv("TMPDIR", variable, 1) : unsetenv("TMPDIR");
-    DWORD length = GetTempPathA(sizeof buffer, buffer);
-    return std::string(buffer, length);
-  };
-  ASSERT_EQ(chdir("/usr"), 0);
-  EXPECT_EQ(folder(nullptr), "/tmp/");
-  EXPECT_EQ(folder(""), "/tmp/");
-  EXPECT_EQ(folder("/var//tmp"), "/var/tmp/");
-  EXPECT_EQ(folder("/var/tmp/"), "/var/tmp/");
-  EXPECT_EQ(folder("/"), "/");
-  EXPECT_EQ(folder("share"), "/usr/share/");
-  EXPECT_EQ(folder(std::string(300, 'n').c_str()), "/tmp/");
-  strcpy(buffer, "as it was");
-  EXPECT_EQ(GetTempPathA(5, buffer), 6u);
-  EXPECT_STREQ(buffer, "as it was");
-  EXPECT_EQ(GetTempPathA(6, nullptr), 6u);
-  EXPECT_EQ(GetTempPathA(6, buffer), 5u);
-}
 
 TEST(PosixTemporary, MakesFilesWithNamesOfTheirOwn) {
   Tree tree;
@@ -90,30 +48,6 @@ TEST(PosixTemporary, MakesFilesWithNamesOfTheirOwn) {
     EXPECT_EQ(GetTempFileNameA(std::string(length, 'n').c_str(), "pre", 0xFFFF, name), 0u);
     EXPECT_EQ(GetLastError(), ERROR_BUFFER_OVERFLOW) << length;
   }
-}
-
-TEST(PosixTemporary, DeletesFilesThatNobodyHolds) {
-  Tree tree;
-  tree.File("dir/file", "text");
-  EXPECT_EQ(Delete(tree.Path("dir")), ERROR_ACCESS_DENIED);
-  EXPECT_EQ(Delete(tree.Path("dir/none")), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(Delete(tree.Path("none/file")), ERROR_PATH_NOT_FOUND);
-  EXPECT_EQ(Delete(std::string(260, 'n')), ERROR_FILENAME_EXCED_RANGE);
-  tree.SetReadOnly("dir/file", true);
-  EXPECT_EQ(Delete(tree.Path("dir/file")), ERROR_ACCESS_DENIED);
-  tree.SetReadOnly("dir/file", false);
-  HANDLE file = CreateFileA(tree.Path("dir/file").c_str(), GENERIC_READ, 3, nullptr, OPEN_EXISTING,
-                            0, nullptr);
-  HANDLE mapping = CreateFileMappingA(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
-  EXPECT_EQ(Delete(tree.Path("dir/file")), ERROR_SHARING_VIOLATION);
-  CloseHandle(file);
-  EXPECT_EQ(Delete(tree.Path("dir/file")), ERROR_ACCESS_DENIED) << "mapped";
-  CloseHandle(mapping);
-  std::filesystem::create_symlink("file", tree.root() / "dir/link");
-  EXPECT_EQ(Delete(tree.Path("dir/link")), 0u);
-  EXPECT_TRUE(tree.Exists("dir/file"));
-  EXPECT_EQ(Delete(tree.Path("dir\\file")), 0u);
-  EXPECT_FALSE(tree.Exists("dir/file"));
 }
 
 }  // namespace
