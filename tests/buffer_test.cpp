@@ -1,18 +1,6 @@
 // Growable buffers: sizes, contents and blocks, and every way to fail.
 
-#include "quern/cmem/buffer.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
-#include <cstring>
-
-#include "platform/win32.h"
-#include "quern/cmem/format.h"
-#include "tests/support/alloc.h"
-#include "tests/support/trail.h"
-#include "tests/support/trial.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,11 +1,6 @@
 // Chains: what each call leaves in every link.
 
-#include "quern/cmem/chain.h"
-
-#include <gtest/gtest.h>
-
-#include "tests/support/traced.h"
-#include "tests/support/transcript.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,16 +1,6 @@
 // Stamps, the stopwatch, and routines on words.
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cmath>
-#include <cstdio>
-#include <cstring>
-#include <random>
-#include <string>
-
-#include "quern/ctime.h"
-#include "quern/quern.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

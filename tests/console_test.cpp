@@ -1,27 +1,6 @@
 // The console by numbered commands, against the real console calls and on a terminal.
 
-#include "tests/support/console.h"
-
-#include <gtest/gtest.h>
-
-#ifndef _WIN32
-#include <termios.h>
-#include <unistd.h>
-#endif
-
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <string>
-#include <vector>
-
-#include "platform/win32.h"
-#include "quern/ccsl.h"
-#include "quern/cerr.h"
-#include "quern/cobj.h"
-#include "tests/support/alloc.h"
-#include "tests/support/trail.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

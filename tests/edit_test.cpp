@@ -1,15 +1,8 @@
 // Replacing bytes of a block, at once and deferred.
 
-#include "quern/cmem/edit.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <deque>
 
-#include "quern/cobj.h"
-#include "tests/support/trail.h"
-#include "tests/support/trial.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

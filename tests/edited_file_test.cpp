@@ -1,33 +1,8 @@
 // Random sequences of calls on a file, against a model: edits of every kind, at every limit, with
 // system calls and allocations that fail, and further edits after each failure.
 
-#include <gtest/gtest.h>
-
-#include <cstdarg>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <optional>
-#include <string>
-
-#include "platform/win32.h"
-#include "quern/cerr.h"
-#include "quern/cfile.h"
-#include "quern/cfile/map.h"
-#include "quern/cobj.h"
-#include "tests/support/alloc.h"
-#include "tests/support/call.h"
-#include "tests/support/child.h"
 #include "tests/support/file_model.h"
-#include "tests/support/limit.h"
-#include "tests/support/trail.h"
-#include "tests/support/tree.h"
-#include "tests/support/trial.h"
-
-#ifndef _WIN32
-#include <sys/mman.h>
-#endif
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

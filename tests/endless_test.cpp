@@ -1,14 +1,6 @@
 // The calls that never end, on purpose, each in a child with a deadline.
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-
-#include "quern/cerr.h"
-#include "quern/cmem.h"
-#include "quern/cscan.h"
-#include "tests/support/deadline.h"
-#include "tests/support/trail.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,19 +1,6 @@
 // The error stack: entries, flags and trail, and the ends of the process.
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <vector>
-
-#include "exports/tavrix32.h"
-#include "platform/win32.h"
-#include "quern/cerr.h"
-#include "quern/cobj.h"
-#include "tests/support/alloc.h"
-#include "tests/support/trail.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,18 +1,6 @@
 // Expansion of environment references.
 
-#include "quern/ccsl/expand.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-
-#include "platform/win32.h"
-#include "quern/ccsl/console.h"
-#include "quern/cerr.h"
-#include "quern/cobj.h"
-#include "tests/support/alloc.h"
-#include "tests/support/trail.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -2,8 +2,7 @@
 #include "tests/support/opened.h"
 
 #ifndef _WIN32
-#include <fcntl.h>
-#include <sys/stat.h>
+#include "tests/support/test.h"
 #endif
 
 namespace quern {

@@ -1,20 +1,8 @@
 // Memory as text: hex digits, dumps and structures.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cctype>
 #include <cinttypes>
-#include <cstdio>
-#include <cstring>
-#include <random>
-#include <string>
-#include <utility>
 
-#include "quern/cerr.h"
-#include "quern/cfmt.h"
-#include "quern/cobj.h"
-#include "tests/support/trail.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,17 +1,6 @@
 // Hashes: what each call leaves in slots and pool, and what is remembered from call to call.
 
-#include "quern/cmem/hash.h"
-
-#include <gtest/gtest.h>
-#ifndef _WIN32
-#include <sys/mman.h>
-#endif
-
-#include <cstring>
-#include <set>
-
-#include "tests/support/traced.h"
-#include "tests/support/transcript.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,6 +1,6 @@
 // The enumeration of names, a call for each of them, and the walk with a callback.
-#include "exports/tavrix32.h"
 #include "tests/support/opened.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

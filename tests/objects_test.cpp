@@ -1,27 +1,6 @@
 // The registry: attaching, detaching, collecting, and what is traced of it.
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "platform/win32.h"
-#include "quern/ccsl.h"
-#include "quern/cerr.h"
-#include "quern/cfile.h"
-#include "quern/cfmt.h"
-#include "quern/cmem.h"
-#include "quern/cobj.h"
-#include "quern/cscan.h"
-#include "quern/csys.h"
-#include "tests/support/alloc.h"
-#include "tests/support/leaks.h"
-#include "tests/support/traced.h"
-#include "tests/support/trail.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,12 +1,6 @@
 // Pools: where pieces and chunks are, and what is in them.
 
-#include "quern/cmem/pool.h"
-
-#include <gtest/gtest.h>
-
-#include <cstring>
-
-#include "tests/support/transcript.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

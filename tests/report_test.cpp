@@ -1,19 +1,6 @@
 // Failures in words: message texts, reading them back, and the report.
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <random>
-#include <string>
-#include <vector>
-
-#include "platform/win32.h"
-#include "quern/cerr.h"
-#include "quern/cfile.h"
-#include "quern/cobj.h"
-#include "tests/support/alloc.h"
-#include "tests/support/console.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

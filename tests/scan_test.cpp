@@ -1,11 +1,7 @@
 // The scanner: tables and texts of all kinds against the model of its rules.
 
-#include <gtest/gtest.h>
-
-#include <random>
-
-#include "quern/cscan.h"
 #include "tests/support/scan_trial.h"
+#include "tests/support/test.h"
 
 namespace {
 

@@ -1,26 +1,7 @@
 // Scanners by example: what definitions complain of, where their texts come from, and how files and
 // scanners release each other. The rules of matching are in scan_test.cpp.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "quern/cerr.h"
-#include "quern/cfile.h"
-#include "quern/cobj.h"
-#include "quern/cscan.h"
-#include "tests/support/alloc.h"
-#include "tests/support/leaks.h"
-#include "tests/support/trail.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

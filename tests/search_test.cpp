@@ -1,21 +1,8 @@
 // MemFind and its family against the model of their rules.
-#include "quern/cmem/search.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cctype>
 #include <clocale>
-#include <cstdlib>
-#include <cstring>
-#include <numeric>
-#include <random>
-#include <string>
 
-#include "quern/cmem/search_scan.h"
 #include "tests/support/search_model.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

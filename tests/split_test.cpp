@@ -1,12 +1,7 @@
 // The token splitter: any steps, and the rules that surprise.
 
-#include "quern/cmem/split.h"
-
-#include <gtest/gtest.h>
-
-#include "quern/cmem/search.h"
 #include "tests/support/split_trial.h"
-#include "tests/support/transcript.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,25 +1,14 @@
 // The command-line program: what it prints, and its exit codes.
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <regex>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "platform/win32.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 #ifdef _WIN32
 #define popen _popen
 #define pclose _pclose
 #define WEXITSTATUS(status) (status)
 #else
-#include <sys/wait.h>
 #endif
 
 namespace {

@@ -1,18 +1,8 @@
 // Trace lines: who gets them, and what they begin with. And the restart, as far as it is refused.
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <regex>
-#include <string>
 
-#include "platform/win32.h"
-#include "quern/cerr.h"
-#include "quern/quern.h"
-#include "tests/support/alloc.h"
-#include "tests/support/traced.h"
-#include "tests/support/trail.h"
-#include "tests/support/tree.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {

@@ -1,11 +1,6 @@
 // Trees: what each call leaves in every link.
 
-#include "quern/cmem/tree.h"
-
-#include <gtest/gtest.h>
-
-#include "tests/support/traced.h"
-#include "tests/support/transcript.h"
+#include "tests/support/test.h"
 
 namespace quern {
 namespace {
