@@ -404,6 +404,7 @@ std::string Try(Choices& choices, const Tree& tree, const FaultPlan& plan, bool*
 #ifdef _WIN32
   auto held = [] { return tavrix_test::LiveBlocks(); };
 #else
+  tree.Remove("t");  // a backup that was left has a name that another one may get
   tree.Dir("t/" + tree.Path("t").substr(1));
   setenv("TMPDIR", tree.Path("t").c_str(), 1);  // where a backup can be made
   auto held = [] { return tavrix_test::LiveBlocks() + tavrix_test::OpenDescriptors(); };

@@ -9,6 +9,7 @@ namespace quern {
 namespace {
 
 using namespace tavrix_test;
+using tavrix_test::Tree;
 
 // What opens with each access value, mapped (m) and as a stream: a matrix of sizes with "r" or "w",
 // or trails.

@@ -6,6 +6,7 @@ namespace quern {
 namespace {
 
 using namespace tavrix_test;
+using tavrix_test::Tree;
 
 // In texts '@' is the tree, and '/' the separator of the system.
 class List : public testing::Test {
