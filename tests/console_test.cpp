@@ -223,27 +223,6 @@ TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
   });
 }
 
-TEST(Console, WithoutAConsoleNothingHappens) {
-#ifdef _WIN32
-  if (tavrix_test::HasConsole()) GTEST_SKIP() << "standard output is a console";
-#else
-  freopen("/dev/null", "w", stdout);
-#endif
-  EXPECT_EQ(ConsoleWidth(), 0u);
-  EXPECT_EQ(Get(CSL_WINDOW_SIZE), (Pair{0, 0}));
-  EXPECT_EQ(Get(CSL_POSITION), (Pair{1, 1}));
-  EXPECT_EQ(CslSet(CSL_FORWARD, 5, 0), 0);
-  EXPECT_EQ(CslSet(CSL_HIDDEN, 0, 0), 0);
-  EXPECT_EQ(CslSet(CSL_CLEAR, 0x10, 0), 0);
-  EXPECT_EQ(CslOutMode(2), 0);
-  EXPECT_EQ(CslOutMode(3), -1);
-  uint32_t echo = 7;
-  EXPECT_EQ(CslInMode(3, &echo), 0);
-  EXPECT_EQ(echo, 0u);
-  EXPECT_EQ(CslInMode(4, nullptr), 0);
-  EXPECT_EQ(CslInMode(6, &echo), -1);
-}
-
 TEST(Console, NoMemoryAndNoHandle) {
   ErrRaise("test", 1, 1);
   ErrClear();
@@ -367,16 +346,6 @@ TEST(Console, PromptCarriesAnEscapeText) {
   EXPECT_STREQ(reinterpret_cast<char*>(text), "$p%PATH%");  // a value of a bare name stays
 }
 
-TEST(Console, SmallTexts) {
-  EXPECT_STREQ(CslFormat("%s-%d", "a", 5), "a-5");
-  EXPECT_STREQ(CslFormat("<%s>", SharedText), "<a-5>");
-  EXPECT_EQ(std::string(CslFormat("%200s", "x")), std::string(103, ' '));
-  EXPECT_EQ(CslLower('A'), 'a');
-  EXPECT_EQ(CslLower('Z'), 'z');
-  EXPECT_EQ(CslLower('['), '[');
-  EXPECT_EQ(CslLower('\xC4'), '\xC4');
-}
-
 using ConsoleDeathTest = testing::Test;
 
 TEST(ConsoleDeathTest, ExitFunctionsRunBeforeTheCleanUp) {
@@ -424,33 +393,6 @@ TEST(Console, ColoursArriveAtTheTerminal) {
   EXPECT_NE(terminal.Bytes().find("\x1B[0;31;42m"), std::string::npos);
 }
 
-TEST(Console, TheTerminalIsAsItWasAfterEveryEnd) {
-  auto change = [] {
-    CslSet(CSL_HIDDEN, 0, 0);
-    CslSet(CSL_COLOUR, 0x1E, 0);
-    CslOutMode(2);
-  };
-  auto expect = [&](int code, const std::function<void()>& end) {
-    Terminal terminal(40, 5);
-    EXPECT_EQ(terminal.Run([&] { change(), end(); }), code);
-    EXPECT_TRUE(terminal.CursorVisible() && terminal.Wraps()) << code;
-    EXPECT_EQ(terminal.CurrentLook(), Look()) << code;
-    EXPECT_NE(terminal.Bytes().find("\x1B[?25l"), std::string::npos);
-    EXPECT_NE(terminal.Bytes().find("\x1B[?7l"), std::string::npos);
-  };
-  expect(0, [] {});
-  expect(1, [] {
-    ErrFormat(reinterpret_cast<uintptr_t>("%d"), 1), ErrPush(1), ErrThrow(1), ErrPushText(0, 29);
-  });
-  expect(4, [] { ClsExitHook = [] { ErrExit(-4); }; });
-  Terminal kept(40, 5);
-  kept.Run([] {
-    CslSet(CSL_COLOUR, 0x1E, 0);
-    CslSet(CSL_KEEP, 0, 0);
-  });
-  EXPECT_EQ(kept.CurrentLook(), (Look{11, 4}));
-}
-
 // A question costs a round trip to the terminal, and 400 ms with one that is mute.
 TEST(Console, AsksForTheCursorOnlyWhereItCounts) {
   auto questions = [](const std::function<void()>& body) {
@@ -478,44 +420,6 @@ TEST(Console, AsksForTheCursorOnlyWhereItCounts) {
                 }),
                 first + row.asked)
           << command;
-}
-
-TEST(Console, TellsWhetherInputIsEchoed) {
-  Terminal terminal(20, 5);
-  EXPECT_EQ(terminal.Run([] {
-    termios modes;
-    EXPECT_EQ(tcgetattr(STDIN_FILENO, &modes), 0);
-    modes.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    EXPECT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &modes), 0);
-    uint32_t echo = 7;
-    EXPECT_EQ(CslInMode(4, &echo), 0);
-    EXPECT_EQ(echo, 0u);
-  }),
-            0);
-}
-
-TEST(Console, ProgressStaysWhereItBegan) {
-  Terminal terminal(30, 4);
-  terminal.Run([] {
-    printf("Counting ");
-    fflush(stdout);
-    CslProgress(PROGRESS_START, 1, 0, 100, 10, '#');
-    printf("\nname");
-    fflush(stdout);
-    CslProgress(PROGRESS_UP, 70, 0, 100, 10, '#');
-  });
-  EXPECT_EQ(terminal.Text(), "Counting #######\nname");
-}
-
-TEST(Console, WindowsOfOneColumn) {
-  Terminal narrow(1, 10);
-  EXPECT_EQ(narrow.Run([] {
-    EXPECT_EQ(Get(CSL_WINDOW_SIZE), (Pair{0, 10}));
-    CslSet(CSL_FORWARD, 3, 0);
-    EXPECT_EQ(Get(CSL_POSITION), (Pair{1, 4}));
-    CslProgress(PROGRESS_UP, 3, 0, 3, 3, '#');
-  }),
-            0);
 }
 
 #endif

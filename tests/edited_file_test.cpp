@@ -429,7 +429,7 @@ TEST(EditedFile, RandomCallsAgreeWithAModel) {
     bool hit;
     return Try(choices, tree, {}, &hit);
   };
-  EXPECT_EQ(tavrix_test::RunTrials(1, 1000, trial), "");
+  EXPECT_EQ(tavrix_test::RunTrials(1, 600, trial), "");
 }
 
 #ifndef _WIN32
@@ -466,7 +466,7 @@ TEST(EditedFile, RandomCallsAgreeAfterEachFault) {
     }
     return std::string();
   };
-  EXPECT_EQ(tavrix_test::RunTrials(10'001, 10'120, each), "");
+  EXPECT_EQ(tavrix_test::RunTrials(10'001, 10'080, each), "");
   EXPECT_GT(faults, 400);
 }
 

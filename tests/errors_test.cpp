@@ -134,22 +134,6 @@ TEST(Errors, StacksAreAttachedAndReplaced) {
   EXPECT_EQ(ClearedTrail(), "01.1000.04");
 }
 
-TEST(Errors, TextsStayWhereTheyAre) {
-  ErrPush(1);
-  std::vector<const char*> texts;
-  texts.reserve(100);
-  int64_t before = tavrix_test::LiveBlocks();
-  for (int i = 0; i < 100; ++i) texts.push_back(ErrText(31, std::to_string(i).c_str()));
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(texts[i], "Failed to open " + std::to_string(i));
-  EXPECT_EQ(ErrCurrent->bufText.nAlign, 128u);
-  ErrClear();
-  EXPECT_EQ(ErrCurrent->bufText.nSize, 0u);
-  EXPECT_LE(tavrix_test::LiveBlocks(), before + 1);  // the buffer is kept, what it outgrew is not
-  const char* plain = "no conversions";
-  EXPECT_EQ(ErrFormat(reinterpret_cast<uintptr_t>(plain)), plain);
-  EXPECT_STREQ(ErrFormat(reinterpret_cast<uintptr_t>("%s"), ""), "");
-}
-
 TEST(Errors, TextsBelongToTheirStack) {
   EXPECT_STREQ(ErrFormat(31, "first"), "Failed to open first");  // without a stack: built-in
   ErrorStack* first = ErrCurrent;

@@ -112,30 +112,5 @@ TEST(Expand, ConsolesAreMadeOnDemandAndReleased) {
   EXPECT_EQ(tavrix_test::ClearedTrail(), "1000.04");
 }
 
-TEST(Expand, EveryAllocationMayFail) {
-  SetEnvironmentVariableA("TVX_A", "a value that is longer than its name");
-  CslExpand("x");
-  ErrRaise("test", 1, 1);
-  // A growth asks for less when its first wish failed, and fails when the second one does, too.
-  for (int64_t more : {0, 1}) {
-    for (int64_t number = 1;; ++number) {
-      ErrClear();
-      CslClass(0);
-      int64_t before = tavrix_test::LiveBlocks();
-      tavrix_test::AllocationFault fault(number, more);
-      const char* text = CslExpand("%TVX_A% and %TVX_A%");
-      if (!fault.Hit()) {
-        EXPECT_NE(text, nullptr);
-        break;
-      }
-      EXPECT_EQ(text == nullptr, ErrLast != 0) << number;
-      EXPECT_TRUE(more == 0 || !text) << number;
-      CslClass(0);
-      EXPECT_EQ(tavrix_test::LiveBlocks(), before) << number;
-      ASSERT_LT(number, 20);
-    }
-  }
-}
-
 }  // namespace
 }  // namespace quern

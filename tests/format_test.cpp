@@ -51,30 +51,18 @@ TEST(Format, HexAgreesWithAModel) {
   EXPECT_STREQ(FmtHex("Hello", 5, nullptr, FMT_TEXT), "He(48)el(65)ll(6C)lo(6C)o(6F)");
   EXPECT_STREQ(FmtHex("Hello", 0xFFFFFFFF, nullptr, 3), "48656C6C6F");
   EXPECT_NE(CurrentFormatter->header.flags & INST_IMPLICIT, 0u);
-  std::mt19937 random(3);
-  for (int round = 0; round < 20000; ++round) {
-    std::string bytes(random() % 40, '\0');
-    for (char& byte : bytes) byte = static_cast<char>(random());
-    const uint32_t flags = random() % 16 | (random() % 4) << 28;
-    const std::string wanted = Hex(bytes, flags);
-    auto length = static_cast<uint32_t>(bytes.size());
+  auto trial = [](tavrix_test::Choices& choices) -> std::string {
+    std::string bytes = choices.Text("aZ \x7F\x80\xFF\n", 40);
+    const uint32_t flags = choices.Below(16) | choices.Below(4) << 28, way = choices.Below(3);
+    const auto length = static_cast<uint32_t>(bytes.size());
     char area[800];
-    const char* text = nullptr;
-    switch (random() % 3) {
-      case 0:
-        text = FmtHex(bytes.data(), length, nullptr, flags);
-        EXPECT_EQ(CurrentFormatter->mbText.nSize, wanted.size());
-        break;
-      case 1:
-        text = FmtHex(bytes.data(), length, area, flags);
-        break;
-      default:
-        memcpy(area, bytes.data(), bytes.size());
-        text = FmtHex(area, length, area, flags);
-    }
-    ASSERT_EQ(std::string(text, wanted.size() + 1), std::string(wanted.c_str(), wanted.size() + 1))
-        << flags;
-  }
+    if (way == 2) memcpy(area, bytes.data(), bytes.size());  // in place
+    const char* from = way == 2 ? area : bytes.data();
+    const char* text = FmtHex(from, length, way == 0 ? nullptr : area, flags);
+    const std::string wanted = Hex(bytes, flags);
+    return text == wanted ? "" : wanted + " and not " + text;
+  };
+  EXPECT_EQ(tavrix_test::RunTrials(1, 5000, trial), "");
   // No more room than the text needs, but for its last group.
   const std::string much(10'000, '=');
   for (uint32_t flags : {2u, FMT_CHARS, FMT_TEXT | 2u, FMT_TEXT | 4u, FMT_TEXT | FMT_CHARS | 6u}) {
@@ -141,71 +129,41 @@ TEST(Format, UnhexReadsWhatPeopleWrite) {
   char byte;
   EXPECT_EQ(FmtUnhex(nullptr, 2, &byte, 2), 0u);
   EXPECT_EQ(FmtUnhex("12", 2, nullptr, 2), 0u);
-  std::mt19937 random(4);
-  std::string bytes(40, '\0');
-  for (char& each : bytes) each = static_cast<char>(random());
+  const std::string bytes = std::string("0123456789\0\xFF", 12) + std::string(28, 'z');
   std::string text = Hex(bytes, 4);
   char back[41];
   EXPECT_EQ(FmtUnhex(text.c_str(), static_cast<uint32_t>(text.size()), back, UNHEX_BYTES), 40u);
   EXPECT_EQ(memcmp(back, bytes.data(), 40), 0);
 }
 
-TEST(Format, DumpsAgreeWithPrintedOnes) {
-  std::string bytes(20'000, '\0');
-  std::mt19937 random(5);
-  for (char& byte : bytes) byte = static_cast<char>(random());
-  for (uint32_t length : {0u, 1u, 15u, 16u, 17u, 20u, 20'000u}) {
-    for (uint32_t flags :
-         {0u, DUMP_OFFSET, DUMP_FILEOFFSET, DUMP_ADDRESS, DUMP_OFFSET | DUMP_ADDRESS, DUMP_HEADER,
-          DUMP_HEADER | DUMP_RULER | DUMP_OFFSET | DUMP_ADDRESS, DUMP_HEADER | DUMP_FILEOFFSET,
-          DUMP_HEADER | DUMP_ADDRESS | DUMP_RULER}) {
-      for (int32_t width : {16, 5, 40, 256}) {
-        FmtLineBytes = width;
-        constexpr uint32_t kBase = 0xFFFFFFF0;
-        std::string wanted;
-        if (flags & DUMP_HEADER) {
-          wanted = flags & DUMP_OFFSET       ? "    Offset:"
-                   : flags & DUMP_ADDRESS    ? "   Address:"
-                   : flags & DUMP_FILEOFFSET ? "FileOffset:"
-                                             : "";
-          if (flags & DUMP_RULER)
-            wanted += "  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F  0123456789ABCDEF\n";
-        }
-        for (uint32_t at = 0; at < length; at += static_cast<uint32_t>(width)) {
-          char line[1200];
-          int n = 1;
-          strcpy(line, " ");
-          auto address = reinterpret_cast<uintptr_t>(bytes.data() + at) + kBase;
-          if (flags & (DUMP_OFFSET | DUMP_FILEOFFSET)) {
-            n = sprintf(line, "0x%08X: ", at + kBase);
-          } else if (flags & DUMP_ADDRESS) {
-            int digits = 8;  // of whole bytes
-            while (digits < 16 && uint64_t{address} >> 4 * digits != 0) digits += 2;
-            n = sprintf(line, "0x%0*" PRIXPTR ": ", digits, address);
-          }
-          std::string part = bytes.substr(at, std::min<size_t>(length - at, width));
-          sprintf(line + n, "%-48s %s\n", Hex(part, 2).c_str(), Hex(part, FMT_CHARS).c_str());
-          wanted += line;
-        }
-        ASSERT_EQ(Printed([&] { FmtDump(bytes.data(), length, kBase, flags); }), wanted)
-            << length << " " << flags << " " << width;
-      }
-    }
+TEST(Format, DumpsShowLabelsDigitsAndCharacters) {
+  const struct {
+    uint32_t flags;
+    int32_t lineBytes;
+    const char* lines;
+  } kRows[] = {
+      {0, 16, " 41 7F C4                                         A.\xC4\n"},
+      {DUMP_OFFSET, 16, "0xFFFFFFF0: 41 7F C4                                         A.\xC4\n"},
+      {DUMP_FILEOFFSET, 2,
+       "0xFFFFFFF0: 41 7F                                            A.\n"
+       "0xFFFFFFF2: C4                                               \xC4\n"},
+      {DUMP_HEADER | DUMP_ADDRESS, 256, "   Address:0x"},
+      {DUMP_HEADER | DUMP_RULER | DUMP_OFFSET | DUMP_ADDRESS, -5, "    Offset:  0  1  2"},
+  };
+  for (const auto& row : kRows) {
+    FmtLineBytes = row.lineBytes;
+    const std::string lines = Printed([&] { FmtDump("A\x7F\xC4", 3, 0xFFFFFFF0, row.flags); });
+    EXPECT_TRUE(lines.starts_with(row.lines)) << row.flags << lines;
   }
   // Lines hold from 1 to 256 bytes.
-  auto printed = [&] { return Printed([&] { FmtDump(bytes.data(), 700, 0, 0); }); };
-  for (auto [outside, inside] : {std::pair{-5, 1}, {0, 1}, {257, 256}, {5000, 256}}) {
-    FmtLineBytes = outside;
-    std::string lines = printed();
-    FmtLineBytes = inside;
-    EXPECT_EQ(lines, printed()) << outside;
-    EXPECT_EQ(static_cast<int>(std::count(lines.begin(), lines.end(), '\n')),
-              (699 + inside) / inside);
+  const std::string bytes(700, 'x');
+  for (auto [size, lines] : {std::pair{-5, 700}, {1, 700}, {256, 3}, {257, 3}, {40, 18}}) {
+    FmtLineBytes = size;
+    const std::string dump = Printed([&] { FmtDump(bytes.data(), 700, 0, 0); });
+    EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), lines) << size;
   }
-  FmtLineBytes = 16;
   EXPECT_EQ(Printed([] { FmtDump("x", 0x80000000, 0, 0); }), "");
   EXPECT_EQ(Printed([] { EXPECT_EQ(FmtDump(nullptr, 5, 0, 0), 0); }), "");
-  EXPECT_EQ(FmtDump(nullptr, 0, 0, 0), 0);
   EXPECT_EQ(ClearedTrail(), "01");
 }
 
@@ -317,28 +275,6 @@ TEST(Format, NamesWrapAtTheWidth) {
   EXPECT_EQ(Struct(table, &all, 24), line + "\n        TWO|FOUR|EIGHT|SIXTEEN [60]\n");
   EXPECT_EQ(Struct(table, &all, 1),
             line + "\n        \n        TWO\n        FOUR\n        EIGHTSIXTEEN [60]\n");
-}
-
-TEST(Format, FormattersComeAndGo) {
-  Formatter own = {};
-  EXPECT_EQ(FmtSelect(&own), &own);
-  EXPECT_EQ(own.mbText.nAlign, 64u);
-  EXPECT_EQ(own.header.flags & INST_IMPLICIT, 0u);
-  own.mbText.nAlign = 32;
-  EXPECT_EQ(FmtSelect(&own), &own);  // as it is
-  EXPECT_EQ(own.mbText.nAlign, 32u);
-  Formatter* other = FmtSelect(nullptr);
-  EXPECT_EQ(FmtClass(reinterpret_cast<uintptr_t>(&own)), 0u);
-  EXPECT_EQ(own.header.tag, 0u);
-  EXPECT_EQ(FmtClass(reinterpret_cast<uintptr_t>(&own)), 0u);  // released before
-  EXPECT_EQ(ClassLists[kFmtClass], &other->header);
-  EXPECT_EQ(FmtClass(kCollectRequest), 0u);
-  EXPECT_EQ(ClassLists[kFmtClass], nullptr);
-  CurrentFormatter = nullptr;
-  EXPECT_EQ(FmtClass(0), 0u);
-  uint32_t foreign[30] = {1234};
-  EXPECT_EQ(FmtSelect(foreign), nullptr);
-  EXPECT_EQ(ClearedTrail(), "1000.04");
 }
 
 }  // namespace

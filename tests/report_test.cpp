@@ -18,138 +18,6 @@ std::string Composed(uint32_t mode = 0) {
   return report;
 }
 
-// What a system value reads as; the system's own words differ from home to home.
-std::string SystemText(uint32_t value) {
-  char* block = nullptr;
-  FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, value, 0,
-                 reinterpret_cast<char*>(&block), 0, nullptr);
-  std::string text = block;
-  LocalFree(block);
-  for (size_t at; (at = text.find("\r\n")) != text.npos;) text.replace(at, 2, " ");
-  text = text.substr(0, text.find(". "));
-  return text + (value < 10 ? " (0" : " (") + std::to_string(value) + ")";
-}
-
-// The rules of reading back over a plain list of texts, "" where an entry has none.
-struct Model {
-  struct Entry {
-    std::string text;
-    uint32_t flags;
-    uint32_t code;  // 0: none
-  };
-  std::vector<Entry> entries;  // the oldest first
-  int cursor = -1;
-
-  bool Next() {
-    int count = static_cast<int>(entries.size());
-    if (cursor < 0 || cursor > count) cursor = count;
-    while (--cursor >= 0)
-      if (!(entries[cursor].flags & ERR_SKIP)) return true;
-    return false;  // and the cursor is -1
-  }
-  // The text, "" for 0, "-1".
-  std::string Get(int index) {
-    if (index >= static_cast<int>(entries.size())) return "";
-    if (index >= 0) cursor = static_cast<int>(entries.size()) - index;
-    while (Next()) {
-      if (!entries[cursor].text.empty()) return entries[cursor].text;
-      if (index >= 0) return "-1";
-    }
-    return "";
-  }
-  int Count(int index) {
-    int count = 0;
-    for (std::string text; !(text = Get(index)).empty(); index = -1) {
-      if (text == "-1") return -1;
-      ++count;
-      if (index >= 0) break;
-    }
-    return count;
-  }
-  std::string Report(const std::string& trail, int line, bool full) {
-    uint32_t top = entries.back().flags;
-    std::string label = top & ERR_INFO    ? "Info "
-                        : top & ERR_TRACE ? "Trace"
-                        : top & ERR_WARN  ? "Warn."
-                                          : "Error";
-    std::string report = label + " " + trail + " (TEST" + std::to_string(line) + "):";
-    for (std::string text; !(text = Get(full ? -1 : 0)).empty() && text != "-1";) {
-      report += " " + text;
-      if (!full) break;
-    }
-    return report;
-  }
-};
-
-TEST(Report, ReadsBackAsAModelOverRandomSequences) {
-  std::mt19937 random(7);
-  const char* texts[] = {"one", "two words", "100 %", "x"};
-  const uint32_t values[] = {2, 5, 87};
-  std::string systemTexts[3];
-  for (int i = 0; i < 3; ++i) systemTexts[i] = SystemText(values[i]);
-  ErrRaise(kModule, 1, 1);
-  ErrClear();
-  Model model;
-  for (int round = 0; round < 4000; ++round) {
-    int line = static_cast<int>(random() % 1000);
-    int size = static_cast<int>(random() % 18);
-    for (int i = 0; i < size; ++i) {
-      uint32_t skip = random() % 5 == 0 ? ERR_SKIP : 0;
-      uint32_t label = (const uint32_t[]){0, 0, 0, ERR_INFO, ERR_ERROR}[random() % 5];
-      unsigned kind = random() % 3;
-      unsigned choice = random() % 3;
-      ErrCurrent->nPending = 0;
-      if (kind == 0) {
-        EXPECT_EQ(ErrPushEntry(skip | label | ERR_TEXT, Address(texts[choice])), 0);
-        model.entries.push_back({texts[choice], skip | label, 0});
-      } else if (kind == 1) {
-        ErrPushEntry(skip | label | ERR_SYSVALUE, values[choice]);
-        model.entries.push_back({systemTexts[choice], skip | label, 0});
-      } else {
-        ErrPushEntry(skip | label | ERR_CODE, choice);
-        model.entries.push_back({"", skip | label, choice});
-      }
-    }
-    ErrCurrent->nPending = 0;
-    ErrFile = kModule;
-    ErrLine = line;
-    for (unsigned steps = random() % 40; steps > 0; --steps) {
-      int index = random() % 3 ? -1 : static_cast<int>(random() % 20);
-      if (random() % 8 == 0) {
-        ASSERT_EQ(ErrGetText(nullptr, index), model.Count(index));
-        continue;
-      }
-      char text[256] = "0";
-      intptr_t result = ErrGetText(text, index);
-      std::string wanted = model.Get(index);
-      ASSERT_EQ(result == reinterpret_cast<intptr_t>(text) ? text
-                : result == -1                             ? "-1"
-                                                           : "",
-                wanted);
-      ASSERT_EQ(result == 0, wanted.empty());
-    }
-    char trail[256];
-    bool full = random() % 2;
-    if (ErrInfo(trail, full ? -1 : 0)) {
-      std::string wanted = model.Report(trail, line, full);
-      ASSERT_EQ(Composed(full ? ERR_REPORT_FULL : 0), wanted);
-      ASSERT_EQ(ErrCurrent->nCount == 0, full);
-    } else {
-      ASSERT_EQ(Composed(full ? ERR_REPORT_FULL : 0), "untouched");
-      ASSERT_EQ(ErrCurrent->nCount, model.entries.size());
-    }
-    if (ErrCurrent->nCount == 0 || random() % 2) {
-      ErrClear();
-      model.entries.clear();
-    } else {  // what is left behind is hidden at times, which no report clears
-      while (ErrCurrent->nCount > 2) {
-        --ErrCurrent->nCount;
-        model.entries.pop_back();
-      }
-    }
-  }
-}
-
 TEST(Report, TextsOfMessagesAndTables) {
   static const MessageRow table[] = {{39, "thirty-nine", ERR_INFO},
                                      {60, "sixty %s", ERR_ERROR},
@@ -292,14 +160,6 @@ TEST(Report, MissingSystemTextIsAFailureOfItsOwn) {
   EXPECT_EQ(ErrCurrent->nCount, 0u);
 }
 
-TEST(Report, PointersThatAreNoneCanBeWithoutAText) {
-  ErrPush(1);
-  AllocationFault fault(1, 1);
-  ErrPushText(0, 1000);  // no text can be made of the address
-  EXPECT_STREQ(reinterpret_cast<char*>(ErrCurrent->entries[ErrCurrent->nCount - 1].value),
-               "Reference by illegal pointer 0x%08X");
-}
-
 using ReportDeathTest = testing::Test;
 
 TEST(ReportDeathTest, OverflowOfATextIsPrinted) {
@@ -404,22 +264,6 @@ TEST(Report, WrapsAtTheWidthOfTheConsole) {
   EXPECT_EQ(OnTerminal(fits - 1, system).errors, header + "\n   Access is denied (05)\n");
   EXPECT_EQ(OnTerminal(2, report).errors, header + "\n   " + text + rest);
   EXPECT_EQ(OnTerminal(1, report).errors, "");  // such a window counts as none
-}
-
-TEST(Report, WithoutStandardOutputNothingIsWritten) {
-  Written written = OnTerminal(80, [] {
-    close(1);
-    ErrRaiseText(kModule, 1, 4, 24);
-    fprintf(stderr, "%s", ReportBuffer);
-  });
-  EXPECT_EQ(written.code, 0);
-  EXPECT_EQ(written.errors, "Trace 04 (TEST1): Could not create temporary file");
-  written = OnTerminal(80, [] {
-    close(2);
-    ErrRaiseText(kModule, 1, 4, 24);
-    exit(ErrLast == 4 && ErrCurrent->nCount == 0 ? 0 : 1);
-  });
-  EXPECT_EQ(written.code, 0);
 }
 
 TEST(Report, FullStacksAndMissingTextsEnd) {

@@ -18,12 +18,12 @@ struct Dice {
 // Few calls on each of many tables, and many on each of fewer.
 TEST(ScanModel, ManyTablesAreScannedAsTheModelDoes) {
   Dice dice{std::mt19937(61), 6};
-  for (int round = 0; round < 190000; ++round) ASSERT_EQ(TryScan(dice), "") << round;
+  for (int round = 0; round < 60000; ++round) ASSERT_EQ(TryScan(dice), "") << round;
 }
 
 TEST(ScanModel, LongSequencesOfCallsKeepStep) {
   Dice dice{std::mt19937(62), 40};
-  for (int round = 0; round < 12000; ++round) ASSERT_EQ(TryScan(dice), "") << round;
+  for (int round = 0; round < 6000; ++round) ASSERT_EQ(TryScan(dice), "") << round;
 }
 
 }  // namespace

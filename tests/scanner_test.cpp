@@ -48,64 +48,6 @@ std::string Report() {
   return report;
 }
 
-TEST(Scanner, IsNotAlwaysThere) {
-  int32_t list[] = {kName, static_cast<int32_t>(SCAN_LIST_END)};
-  for (auto* call : {ScanGet, ScanMatch, ScanRun, ScanSkipTo, ScanSymbol})
-    EXPECT_EQ(call(kName), nullptr);
-  EXPECT_EQ(ScanFirstOf(kName, 0), nullptr);
-  EXPECT_EQ(ScanFirstOfList(list), nullptr);
-  EXPECT_EQ(ScanFind(kName), nullptr);
-  EXPECT_EQ(ScanSetValue("a", 1), nullptr);
-  EXPECT_EQ(ScanAddValue("a", 1), nullptr);
-  EXPECT_EQ(ScanDefFind(kName), nullptr);
-  EXPECT_EQ(ScanReadLine(), 0u);
-  EXPECT_EQ(ScanClass(0), 0u);
-  EXPECT_EQ(ScanRewind(), -1);
-  EXPECT_EQ(ClearedTrail(), "01");
-  // One that has no table, and callbacks that a caller took away.
-  Scanner* scanner = ScanSelect(nullptr);
-  EXPECT_EQ(scanner->header.size, sizeof(Scanner));
-  EXPECT_EQ(scanner->mbValue.nAlign, 128u);
-  EXPECT_EQ(ScanReadLine(), 0u);
-  char text[] = "  ";
-  scanner->mbSource = {0, 0, 2, text};
-  EXPECT_EQ(ScanRewind(), 0);
-  EXPECT_EQ(ScanDefFind(kName), nullptr);
-  EXPECT_EQ(ScanDefFind(0), nullptr);
-  EXPECT_EQ(ScanSymbol(0), nullptr);
-  EXPECT_EQ(ScanFind(0), nullptr);
-  EXPECT_EQ(ScanGet(kScanAny), nullptr);
-  EXPECT_EQ(ScanDefine(code, 0), 0);
-  EXPECT_EQ(ScanDefine(code, kIf), -7);  // the symbols in front of it alone
-  EXPECT_EQ(ScanGet(kScanAny)->nLength, 2u);
-  scanner->pTable = nullptr;
-  scanner->pPosition = text;
-  EXPECT_EQ(ScanGet(kScanRefresh), nullptr);
-  EXPECT_EQ(ScanGet(kScanAny), nullptr);
-  scanner->pTable = code;
-  scanner->cbfMatch = nullptr;
-  EXPECT_EQ(ScanGet(kScanAny), nullptr);
-  EXPECT_EQ(ScanMatch(kScanBlank), nullptr);
-  EXPECT_EQ(ScanRewind(), 0);
-  scanner->cbfMatch = ScanSymbol;
-  EXPECT_EQ(ScanSkipTo(kNumber), nullptr);  // which has no records
-  ErrClear();
-  scanner->header.flags |= SCAN_STREAMED;  // without a refill
-  ScanAdvance(9);
-  EXPECT_EQ(ScanStatus, kScanEnd);
-  EXPECT_EQ(scanner->mbSource.nSize, 0u);
-  EXPECT_EQ(ScanDefine(code + 10, 0), -5);
-  EXPECT_EQ(ScanClass(kCollectRequest), 0u);
-  EXPECT_EQ(ClassLists[kScanClass], nullptr);
-  EXPECT_EQ(CurrentScanner, nullptr);
-  scanner = ScanSelect(nullptr);
-  scanner->cbfMatch = nullptr;
-  EXPECT_EQ(ScanRewind(), -1);
-  Release();
-  EXPECT_EQ(ScanClass(reinterpret_cast<uintptr_t>(text)), 0u);  // no scanner
-  EXPECT_EQ(ClearedTrail(), "01.05");
-}
-
 // A kind that does not exist ends the process when it is tried.
 TEST(ScannerDeathTest, UnknownKindsAreFatal) {
   static ScanDef table[] = {{"a", 1, 77, 0, 0}, {nullptr, 0, 0, 0, 0}};
@@ -148,39 +90,6 @@ TEST(Scanner, DefinitionsAreChecked) {
   Release();
   ScanClass(reinterpret_cast<uintptr_t>(implicit));
   EXPECT_EQ(ClassLists[kScanClass], nullptr);
-}
-
-TEST(Scanner, ReadsTheSameFromEverySource) {
-  std::vector<std::filesystem::path> files;
-  for (const char* root : {"/usr/include", TAVRIX_SOURCES "/quern"}) {
-    std::error_code failed;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root, failed))
-      if (entry.is_regular_file() && entry.path().extension() == ".h") files.push_back(entry);
-  }
-  ASSERT_GT(files.size(), 10u);
-  for (const auto& file : files) {
-    SCOPED_TRACE(file);
-    std::ifstream in(file, std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    ASSERT_NE(ScanText(bytes.data(), static_cast<uint32_t>(bytes.size()), code), nullptr);
-    ASSERT_EQ(Texts(), bytes);
-    Release();
-    std::string name = Tree::Native(file);
-    for (uint32_t mode : {FO_MAPPED, FO_STREAM_BUFFER, FO_STREAMED}) {
-      // An empty file cannot be mapped for reading.
-      if (bytes.empty() && mode == FO_MAPPED) continue;
-      if (mode == FO_STREAM_BUFFER && &file - files.data() > 500) continue;
-      ASSERT_NE(ScanOpen(name.c_str(), FO_READ | mode, code), nullptr) << ClearedTrail();
-      std::string wanted = bytes;
-      if (mode == FO_STREAMED) {
-        for (size_t at = 0; (at = wanted.find("\r\n", at)) != wanted.npos; ++at)
-          wanted[at + 1] = 'a';
-      }
-      ASSERT_EQ(Texts(), wanted) << mode;
-      Release();
-    }
-    ASSERT_EQ(ClassLists[kFileClass], nullptr);
-  }
 }
 
 TEST(Scanner, StreamsAreReadLineByLine) {
@@ -438,70 +347,6 @@ TEST(Scanner, FailuresHaveTheirCodes) {
   EXPECT_EQ(Texts(), "text");
   EXPECT_EQ(ClsGarbage(0), 0u);
   EXPECT_EQ(memory[0], 0);
-}
-
-TEST(Scanner, EveryAllocationMayFail) {
-  Tree tree;
-  const std::string text = "if one == 2\n";
-  tree.File("f", text);
-  std::string name = tree.Path("f");
-  ErrRaise("test", 1, 1);
-  ErrClear();
-  auto open = [&](uint32_t mode) {
-    return ScanOpen(name.c_str(), FO_READ | mode, code) != nullptr;
-  };
-  const std::function<bool()> ways[] = {[&] { return open(FO_STREAMED); },
-                                        [&] { return open(FO_STREAM_BUFFER); },
-                                        [&] { return ScanText(text.data(), 12, code) != nullptr; },
-                                        [] { return ScanDefine(code, 0) == 0; }};
-  for (const auto& way : ways) {
-    bool failed = true;
-    for (int64_t number = 1; failed; ++number) {
-      const int64_t before = tavrix_test::LiveBlocks();
-      {
-        tavrix_test::AllocationFault fault(number, 1);
-        if (way()) {
-          EXPECT_TRUE(&way < ways + 2 || !fault.Hit()) << number;
-          while (ScanStatus != kScanEnd && ScanGet(kScanAny)) ScanRun(kName);
-          ScanSetValue("value", 5);
-          ScanAddValue(nullptr, 5000);
-        }
-        failed = fault.Hit();
-      }
-      EXPECT_EQ(ErrCurrent->nCount > 0, failed) << number;
-      ErrClear();
-      if (CurrentScanner) {
-        // Without an index the table is walked.
-        EXPECT_EQ(ScanDefFind(kIf), CurrentScanner->pTable ? code + 2 : nullptr);
-        Release();
-      }
-      if (CurrentFile) FileClass(0);
-      EXPECT_EQ(ClassLists[kScanClass], nullptr);
-      EXPECT_TRUE(&way < ways + 2 || tavrix_test::LiveBlocks() == before) << number;
-    }
-  }
-  ClsGarbage(0);
-}
-
-// Without memory for the word of it the block of a stream is out of reach, and nothing else.
-TEST(Scanner, ReleasesMayFailToKeepTheBlock) {
-  Tree tree;
-  tree.File("f", "one");
-  tavrix_test::LeakExpected leak;
-  bool failed = true;
-  for (int64_t number = 1; failed; ++number) {
-    ASSERT_NE(ScanOpen(tree.Path("f").c_str(), FO_READ | FO_STREAMED, code), nullptr);
-    const char* token = ScanGet(kName)->pStart;
-    {
-      tavrix_test::AllocationFault fault(number);
-      Release();
-      failed = fault.Hit();
-    }
-    EXPECT_EQ(std::string(token, 3), "one");
-    EXPECT_EQ(ClassLists[kScanClass], nullptr);
-    EXPECT_EQ(ClassLists[kFileClass], nullptr);
-    ErrClear();
-  }
 }
 
 }  // namespace

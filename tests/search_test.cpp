@@ -105,81 +105,6 @@ TEST(SearchTest, FindsMembersOfSetsAsRuled) {
   }
 }
 
-// What makes a search quick: where it looks first, and how far it may move on.
-TEST(SearchTest, LooksFirstAtTheRarestBytes) {
-  Random random(8);
-  const CaseInForce folded(true);
-  std::string all(256, 0);
-  std::iota(all.begin(), all.end(), 0);
-  auto spots = [](const std::string& text, const CaseTable* fold) {
-    std::array<size_t, 3> found;
-    bytes::ChooseSpots({reinterpret_cast<const uint8_t*>(text.data()), text.size(), fold},
-                       found.data());
-    return found;
-  };
-  auto chosen = [&](const std::string& text) {
-    std::string letters;
-    for (size_t spot : spots(text, nullptr)) letters += text[spot];
-    return letters;
-  };
-  for (int round = 0; round < 3000; ++round) {
-    std::shuffle(all.begin(), all.end(), random);
-    std::string text = all.substr(0, 4 + Upto(random, 60));
-    const std::string rarest = chosen(text);
-    std::shuffle(text.begin(), text.end(), random);
-    ASSERT_EQ(chosen(text), rarest) << "wherever they stand";
-    ASSERT_EQ(chosen(text + std::string(70 - text.size(), rarest[2]) + rarest), rarest)
-        << "the first of each, in the beginning";
-    text.erase(text.find(rarest[0]), 1);
-    if (text.size() > 3) {
-      ASSERT_EQ(chosen(text).substr(0, 2), rarest.substr(1));
-    }
-    std::string other = text;
-    for (char& c : other)
-      if (random() % 2) c = static_cast<char>(folded.table()->twin[static_cast<uint8_t>(c)]);
-    ASSERT_EQ(spots(other, folded.table()), spots(text, folded.table())) << "either case";
-  }
-  using Spots = std::array<size_t, 3>;
-  EXPECT_EQ(spots("z", nullptr), (Spots{0, 0, 0}));
-  EXPECT_EQ(spots("ez", nullptr), (Spots{0, 1, 1}));
-  EXPECT_EQ(spots("e z", nullptr), (Spots{0, 1, 2}));
-  EXPECT_EQ(spots("zzzzz", nullptr), (Spots{0, 1, 2}));
-  EXPECT_EQ(spots(std::string(64, ' ') + "z", nullptr), (Spots{0, 1, 2})) << "too far behind";
-  EXPECT_EQ(spots(std::string(63, ' ') + "z", nullptr), (Spots{63, 0, 1}));
-}
-
-TEST(SearchTest, CutsPatternsWhereTheirPeriodShows) {
-  Random random(9);
-  const CaseInForce folded(true);
-  for (int round = 0; round < 50000; ++round) {
-    const std::string text = RandomText(random, "aab", 1 + Upto(random, 14));
-    std::string shown = text;
-    if (round % 2)
-      for (char& c : shown) c ^= random() % 2 ? 0x20 : 0;
-    const bytes::Cut cut = bytes::CutPattern({reinterpret_cast<const uint8_t*>(shown.data()),
-                                              shown.size(), round % 2 ? folded.table() : nullptr});
-    const size_t size = text.size();
-    // The shortest step by which the bytes from `first` up to `last` repeat.
-    auto period = [&](size_t first, size_t last) {
-      const std::string part = text.substr(first, last - first);
-      size_t step = 1;
-      while (part.compare(step, std::string::npos, part, 0, part.size() - step) != 0) ++step;
-      return step;
-    };
-    ASSERT_LT(cut.right, size);
-    const size_t whole = period(0, size);
-    size_t local = 1;
-    for (size_t i = 0; i < size; ++i) {
-      // Bytes on both sides of the cut, `local` apart, must be the same.
-      if (i >= cut.right || i + local < cut.right) continue;
-      if (i + local < size && text[i] != text[i + local]) ++local, i = static_cast<size_t>(-1);
-    }
-    ASSERT_EQ(local, whole) << text << ", cut at " << cut.right;
-    ASSERT_EQ(cut.periodic, period(cut.right, size) == whole) << text;
-    ASSERT_EQ(cut.period, cut.periodic ? whole : std::max(cut.right, size - cut.right) + 1) << text;
-  }
-}
-
 TEST(SearchTest, WalksWildcardsAsRuled) {
   Random random(4);
   const std::string pattern_letters[] = {"ab*?", "aAb**", std::string("a*?\0", 4)};
@@ -251,28 +176,6 @@ TEST(SearchTest, Oddities) {
   EXPECT_EQ(MemCmp("a", "b", 0, 0), 0);
 }
 
-TEST(SearchTest, FindsNothingInNothing) {
-  char block[] = "abc";
-  const struct {
-    char* block;
-    uint32_t length;
-    const char* what;
-    uint32_t size;
-  } kRows[] = {
-      {nullptr, 3, "a", 1}, {block, 3, nullptr, 1}, {block, 3, "a", 0}, {block, 0, "a", 1}};
-  for (const auto& [at, length, what, size] : kRows) {
-    EXPECT_EQ(MemFind(at, length, what, size, 0), nullptr);
-    EXPECT_EQ(MemFindOfs(at, length, what, size, 0), 0u);
-    EXPECT_EQ(MemFindAny(at, static_cast<int32_t>(length), what, size, 0), nullptr);
-    EXPECT_EQ(MemFindAnyOfs(at, static_cast<int32_t>(length), what, size, 0), 0u);
-    EXPECT_EQ(MemReplaceAll(at, length, what, size, "xy", 2, 0), 0u);
-    EXPECT_EQ(MemReplaceAny(at, length, what, size, "xy", 2, 0), 0u);
-    EXPECT_EQ(MemCount(at, length, what, size, 0), 0u);
-    EXPECT_EQ(MemCountAny(at, length, what, size, 0), 0u);
-  }
-  EXPECT_STREQ(block, "abc");
-}
-
 // A table of these lower forms, by what its fields say.
 CaseTable TableOf(const uint8_t* lower) {
   CaseTable table = {};
@@ -291,33 +194,6 @@ CaseTable TableOf(const uint8_t* lower) {
     table.ascii &= lower[byte] == (byte >= 'A' && byte <= 'Z' ? byte + 32 : byte);
   }
   return table;
-}
-
-// Letters of many forms, in the table that is kept for the locale in force.
-TEST(SearchTest, FollowsAnyCases) {
-  Random random(7);
-  const CaseInForce in_force(true);
-  CaseTable* const table = const_cast<CaseTable*>(in_force.table());
-  const CaseTable kept = *table;
-  const std::string letters = "abAB@\xE9\xC9[";
-  for (int round = 0; round < 40; ++round) {
-    uint8_t lower[256];
-    std::copy(kept.lower, kept.lower + 256, lower);
-    for (char c : letters)
-      if (random() % 2)
-        lower[static_cast<uint8_t>(c)] = static_cast<uint8_t>(letters[random() % 8]);
-    *table = TableOf(lower);
-    other_case = lower;
-    for (int call = 0; call < 300; ++call) {
-      const std::string text = RandomText(random, letters + "xyz", RandomSize(random));
-      const std::string what = RandomText(random, letters, 1 + Upto(random, random() % 2 ? 3 : 12));
-      const uint32_t way = random() % 2 ? MEM_NOCASE : MEM_NOCASE | MEM_BACKWARD;
-      ASSERT_TRUE(TryFind(text, 'a', what, way)) << round;
-      ASSERT_TRUE(TryFindAny(text, what, way)) << round;
-    }
-    other_case = nullptr;
-  }
-  *table = kept;
 }
 
 // A locale with one byte a letter, where there is one or can be made; then back, for tables are

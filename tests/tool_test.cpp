@@ -272,41 +272,6 @@ Result Header(const Tree& tree, const std::string& bytes) {
   return Tavrix("header \"" + tree.Path("image") + "\"");
 }
 
-TEST(Tool, ShowsHeadersOfBitmaps) {
-  Tree tree;
-  Image file = Image().Text("BM").Number(4, 58).Number(4, 0).Number(4, 54);
-  Image image = file;
-  image.Number(4, 40).Number(4, 1).Number(4, ~uint64_t{0}).Number(2, 1).Number(2, 24);
-  image.Number(4, 3).Number(4, 4).Number(4, 2835).Number(4, 0).Number(8, 0x500000000);
-  ExpectFields(Header(tree, image.bytes).output, {{"bfType", "= 0x4d42 BM"},
-                                                  {"bfSize", "= 0x0000003a"},
-                                                  {"bfOffBits", "= 0x00000036 .*"},
-                                                  {"biSize", "= 0x00000028 INFOHEADER"},
-                                                  {"biHeight", "= 0xffffffff .*"},
-                                                  {"biBitCount", "= 0x0018"},
-                                                  {"biCompression", "= 0x00000003 BITFIELDS"},
-                                                  {"biClrImportant", "= 0x00000005"}});
-  ExpectTruncatedRefused(tree, image.bytes, 54);
-  ExpectTruncatedRefused(tree, Image(file).Number(4, 12).Number(8, 0).bytes, 26);
-  EXPECT_EQ(Header(tree, Image(file).Number(4, 39).bytes + std::string(99, 0)).code, 1);
-  EXPECT_EQ(Header(tree, std::string(99, 'x')).code, 1);
-}
-
-TEST(Tool, ShowsHeadersOfWaveFiles) {
-  Tree tree;
-  Image image = Image().Text("RIFF").Number(4, 99).Text("WAVE");
-  image.Text("JUNK").Number(4, 3).Number(4, 0);  // an odd size is filled up
-  image.Text("fmt ").Number(4, 16).Number(2, 1).Number(2, 2).Number(4, 44100).Number(4, 176400);
-  image.Number(2, 4).Number(2, 16);
-  ExpectFields(Header(tree, image.bytes).output, {{"form", "= 0x45564157 WAVE"},
-                                                  {"wFormatTag", "= 0x0001 PCM"},
-                                                  {"nSamplesPerSec", "= 0x0000ac44"},
-                                                  {"wBitsPerSample", "= 0x0010"}});
-  ExpectTruncatedRefused(tree, image.bytes, image.bytes.size());
-  EXPECT_EQ(Header(tree, "RIFF....AVI " + image.bytes.substr(12)).code, 1);
-  EXPECT_EQ(Header(tree, image.bytes.substr(0, 12) + "JUNK\xFF\xFF\xFF\xFF").code, 1);
-}
-
 // A program for 32 or 64 bits with one section. Its fields have the numbers 1, 2, ... where they
 // have no meaning here.
 std::string ProgramImage(bool wide) {
