@@ -102,7 +102,7 @@ TEST_F(List, EntersFolders) {
       {"@/*", nullptr, all, FL_RECURSE | FL_AS_FOUND},
       {"@/a", nullptr, "@/a/. @/a/.. @/a/1.c @/a/2.txt @/a/b @/a/d", FL_DIRS | FL_AS_FOUND},
       {"@/a", nullptr, "@/a @ @/a/b @/a/d", FL_DIRS | FL_NO_FILES},
-      {"@/e", "?", "@/e/f @/e/f/g @/e/f/g", FL_RECURSE | FL_DIRS},
+      {"@/e", "f*;g*", "@/e/f @/e/f/g @/e/f/g", FL_RECURSE | FL_DIRS},
   });
 }
 
