@@ -1,75 +1,31 @@
 // MemFind and its family against the model of their rules.
 #include <clocale>
 
-#include "tests/support/search_model.h"
+#include "tests/support/search_trial.h"
 #include "tests/support/test.h"
 
 namespace quern {
 namespace {
 
 using namespace model;
-using Random = std::mt19937;
+using tavrix_test::Choices;
 
-uint32_t Upto(Random& random, uint32_t most) { return random() % (most + 1); }
-
-std::string RandomText(Random& random, const std::string& letters, uint32_t size) {
-  std::string text(size, 0);
-  for (char& c : text) c = letters[random() % letters.size()];
-  return text;
-}
-
-// Sizes around the widths that vectors have, and any.
-uint32_t RandomSize(Random& random) {
-  if (random() % 2) return Upto(random, 200);
-  return (1u << Upto(random, 7)) + Upto(random, 4) - random() % 2;
-}
-
-constexpr uint32_t kFindFlags[] = {0, MEM_BACKWARD, MEM_NOCASE, MEM_BACKWARD | MEM_NOCASE,
-                                   0xA0000000 | MEM_NOTINSET};
-
-TEST(SearchTest, FindsPatternsAsRuled) {
-  Random random(1);
-  const std::string alphabets[] = {"ab", "aAbB", "abcdefgh@`[{", std::string("\0\x80\xE9\xC9z", 5)};
-  for (int round = 0; round < 60000; ++round) {
-    const std::string& letters = alphabets[random() % 4];
-    const std::string text = RandomText(random, letters, RandomSize(random));
-    std::string pattern = RandomText(random, letters, Upto(random, random() % 4 ? 6 : 70));
-    if (random() % 2 && text.size() >= pattern.size())  // one that is there
-      pattern = text.substr(Upto(random, text.size() - pattern.size()), pattern.size());
-    ASSERT_TRUE(TryFind(text, letters[0], pattern, kFindFlags[random() % 5])) << round;
-  }
-}
-
-// Text and patterns that repeat themselves, which is where a search that skips can skip too far.
-TEST(SearchTest, FindsPatternsInTextThatRepeatsItself) {
-  Random random(2);
-  std::string fibonacci = "b", next = "a";
-  while (fibonacci.size() < 5000) fibonacci = next + fibonacci, std::swap(fibonacci, next);
-  for (int round = 0; round < 6000; ++round) {
-    std::string text = fibonacci.substr(Upto(random, 500));
-    if (random() % 4) {
-      const std::string unit = RandomText(random, "aab", 1 + Upto(random, random() % 2 ? 4 : 60));
-      for (text = unit; text.size() < 3300;) text += unit;
-    }
-    text.resize(300 + Upto(random, 3000));
-    for (uint32_t flaws = Upto(random, 4); flaws > 0; --flaws) text[random() % text.size()] ^= 3;
-    const uint32_t size = 1 + Upto(random, random() % 2 ? 40 : 280);
-    std::string pattern = text.substr(Upto(random, text.size() - size), size);
-    for (uint32_t flaws = Upto(random, 2); flaws > 0; --flaws) pattern[random() % size] ^= 3;
-    const uint32_t flags = kFindFlags[random() % 4];
-    if (flags & MEM_NOCASE)
-      for (char& c : text) c ^= random() % 2 ? 0x20 : 0;
-    ASSERT_TRUE(TryFind(text, 'a', pattern, flags)) << round;
-  }
+TEST(SearchTest, AgreesWithTheModel) {
+  EXPECT_EQ(tavrix_test::RunTrials(1, 60'000, tavrix_test::SearchTrial), "");
 }
 
 // Long enough for a search to arm itself against one text, to relax and to meet the next one.
 TEST(SearchTest, FindsPatternsBehindTextOfManyKinds) {
-  Random random(6);
-  const std::string pattern = RandomText(random, "ab", 30) + std::string(40, 'a') + "b";
+  Choices choices(6);
+  auto any = [&](uint32_t size) {
+    std::string made(size, 'a');
+    for (char& c : made) c = choices.One({'a', 'b'});
+    return made;
+  };
+  const std::string pattern = any(30) + std::string(40, 'a') + "b";
   std::string text;
   for (int stretch = 0; stretch < 6; ++stretch) {
-    text += RandomText(random, "ab", 20000);
+    text += any(20000);
     for (int i = 0; i < 300; ++i) text += pattern.substr(0, 70) + std::string(40, 'a');
     text += std::string(200000, '.');
   }
@@ -77,62 +33,12 @@ TEST(SearchTest, FindsPatternsBehindTextOfManyKinds) {
   // Many places at which nearly everything matches, and each fails at another one.
   const std::string plain = std::string(5000, 'a') + "bb";
   std::string flawed;
-  while (flawed.size() < 30000) flawed += std::string(Upto(random, 400), 'a') + "b";
+  while (flawed.size() < 30000) flawed += std::string(choices.Below(400), 'a') + "b";
   flawed += plain;
   for (uint32_t flags : {0u, MEM_NOCASE, MEM_BACKWARD}) {
     EXPECT_TRUE(TryFind(text, 'a', pattern, flags)) << flags;
     EXPECT_TRUE(TryFind(text, 'a', pattern.substr(0, 18), flags)) << flags;
     EXPECT_TRUE(TryFind(flawed, 'a', plain, flags)) << flags;
-  }
-}
-
-TEST(SearchTest, FindsMembersOfSetsAsRuled) {
-  Random random(3);
-  std::string all(256, 0);
-  for (int i = 0; i < 256; ++i) all[i] = static_cast<char>(i);
-  const std::string alphabets[] = {"ab,", "aAbBcC*[", all};
-  for (int round = 0; round < 60000; ++round) {
-    const std::string& letters = alphabets[random() % 3];
-    const uint32_t sizes[] = {2, 12, 300};
-    const std::string set = RandomText(random, letters, Upto(random, sizes[random() % 3]));
-    std::string text = RandomText(random, letters, RandomSize(random));
-    uint32_t flags = 0x80000000;
-    for (uint32_t flag : {MEM_NOTINSET, MEM_BACKWARD, MEM_NOCASE}) flags |= random() % 2 ? flag : 0;
-    if (random() % 2)  // few members in the text, or few others
-      for (char& c : text)
-        if (ModelInSet(c, set, flags) && random() % 50) c = '\x01';
-    ASSERT_TRUE(TryFindAny(text, set, flags)) << round;
-  }
-}
-
-TEST(SearchTest, WalksWildcardsAsRuled) {
-  Random random(4);
-  const std::string pattern_letters[] = {"ab*?", "aAb**", std::string("a*?\0", 4)};
-  const std::string block_letters[] = {"ab", "aAB", std::string("ab\0", 3)};
-  for (int round = 0; round < 300000; ++round) {
-    const std::string& letters = pattern_letters[random() % 3];
-    const std::string block =
-        RandomText(random, block_letters[random() % 3], 1 + Upto(random, random() % 8 ? 6 : 50));
-    const std::string pattern = RandomText(random, letters, Upto(random, 7));
-    const std::string more = RandomText(random, letters, Upto(random, 4));
-    const char behind = "ab"[random() % 2];
-    ASSERT_TRUE(TryWild(block, behind, pattern, more, kFindFlags[random() % 4])) << round;
-  }
-}
-
-TEST(SearchTest, ReplacesAsRuled) {
-  Random random(5);
-  for (int round = 0; round < 60000; ++round) {
-    const std::string letters = random() % 2 ? "aAb" : "ab";
-    const std::string text = RandomText(random, letters, Upto(random, random() % 4 ? 12 : 120));
-    Replacing by = {RandomText(random, letters, Upto(random, 4)),
-                    RandomText(random, letters, Upto(random, 4)), random() % 8 != 0, MEM_WILDCARD};
-    for (uint32_t flag : {MEM_NOTINSET, MEM_BACKWARD, MEM_NOCASE})
-      if (random() % 3 == 0) by.flags |= flag;
-    ASSERT_TRUE(TryReplace(false, text, by)) << round;
-    if (!IsEndless(text, by)) {
-      ASSERT_TRUE(TryReplace(true, text, by)) << round;
-    }
   }
 }
 
