@@ -393,35 +393,6 @@ TEST(Console, ColoursArriveAtTheTerminal) {
   EXPECT_NE(terminal.Bytes().find("\x1B[0;31;42m"), std::string::npos);
 }
 
-// A question costs a round trip to the terminal, and 400 ms with one that is mute.
-TEST(Console, AsksForTheCursorOnlyWhereItCounts) {
-  auto questions = [](const std::function<void()>& body) {
-    Terminal terminal(20, 5);
-    EXPECT_EQ(terminal.Run(body), 0);
-    return terminal.Questions();
-  };
-  const int first = questions([] { CslSet(CSL_OPEN, 0, 0); });
-  struct {
-    bool set;
-    int asked;
-    std::vector<uint32_t> commands;
-  } const kRows[] = {
-      {true, 0, {CSL_KEEP, 100, CSL_COLOUR, CSL_FOREGROUND, CSL_BACKGROUND, CSL_COLOURS}},
-      {true, 0, {CSL_TEXT_COLOUR, CSL_TEXT_COLOURS, CSL_ANSI_MODE, 501}},
-      {true, 1, {101, CSL_DOWN, CSL_POSITION, CSL_TEXT_FOREGROUND, 500}},
-      {false, 0, {100, CSL_WINDOW_WIDTH, CSL_BUFFER_SIZE, CSL_TEXT_COLOUR, 501}},
-      {false, 1, {101, CSL_POSITION, CSL_POSITION_WINDOW, CSL_SCREEN}},
-  };
-  for (const auto& row : kRows)
-    for (uint32_t command : row.commands)
-      EXPECT_EQ(questions([&] {
-                  CslSet(CSL_OPEN, 0, 0);
-                  row.set ? CslSet(command, 1, 1) : CslGet(command, nullptr, nullptr);
-                }),
-                first + row.asked)
-          << command;
-}
-
 #endif
 
 }  // namespace

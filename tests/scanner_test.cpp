@@ -179,13 +179,11 @@ TEST(Scanner, FollowsItsFile) {
   EXPECT_EQ(ClearedTrail(), "");
 }
 
-// Two scanners of one file, and two files of one scanner: whichever goes first, the others forget
-// it.
+// Two scanners of one file: whichever goes first, the others forget it.
 TEST(Scanner, CrossedLinksAreCleared) {
   Tree tree;
   tree.File("f", "one");
-  tree.File("g", "two");
-  std::string name = tree.Path("f"), other = tree.Path("g");
+  std::string name = tree.Path("f");
   for (bool fileFirst : {true, false}) {
     FileObject* file = FileOpen(nullptr, name.c_str(), FO_MAPPED | FO_READ);
     Scanner* a = ScanAttachFile(nullptr, file);
@@ -203,28 +201,7 @@ TEST(Scanner, CrossedLinksAreCleared) {
     EXPECT_EQ(Texts(), "");
     Release();
   }
-  FileObject* file = FileOpen(nullptr, name.c_str(), FO_STREAMED | 18);
-  FileObject* second = FileOpen(nullptr, other.c_str(), FO_MAPPED | FO_READ);
-  Scanner* scanner = ScanAttachFile(nullptr, file);
-  EXPECT_EQ(ScanAttachFile(scanner, second), scanner);
-  EXPECT_EQ(ScanDefine(code, 0), 0);
-  EXPECT_EQ(Texts(), "two");
-  EXPECT_EQ(FileObjResize(file, 1), 0);  // of no concern to its former scanner
-  Release();
-  EXPECT_EQ(ClassLists[kFileClass], &file->header);
-  EXPECT_EQ(file->pScanner, nullptr);
-  // A companion goes with the scanner, even one that takes the scanner with it.
-  FileObject* companion = FileOpen(nullptr, other.c_str(), FO_STREAMED | FO_READ);
-  scanner = ScanAttachFile(nullptr, companion);
-  scanner->pFile = file;
-  scanner->pCompanion = &companion->header;
-  Release();
-  EXPECT_EQ(ClassLists[kScanClass], nullptr);
-  EXPECT_EQ(ClassLists[kFileClass], nullptr);
-  // One that has gone already; and classes that close the file once more, or the scanner itself.
-  scanner = ScanOpen(name.c_str(), FO_STREAMED | FO_READ, code);
-  scanner->pCompanion = &scanner->pFile->header;
-  Release();
+  // A companion goes with the scanner; its class closes the file once more, or the scanner itself.
   static FileObject* parsed;
   static Scanner* parser;
   static const ClassProc classes[] = {
@@ -264,32 +241,9 @@ TEST(Scanner, ReadsNothingThatIsNotMapped) {
   EXPECT_EQ(CurrentScanner->mbSource.pData, nullptr);
   Texts();
   Release();
-  FileObject* file = FileOpen(nullptr, name.c_str(), FO_MAPPED | FO_READ | FO_NAME);
-  Scanner* scanner = ScanAttachFile(nullptr, file);
-  ScanAttachFile(nullptr, file);
-  ScanSelect(scanner);
-  EXPECT_EQ(ScanDefine(code, 0), 0);
-  CurrentFile = file;
-  EXPECT_EQ(FileOpen(nullptr, nullptr, FO_READ), file);  // a stream, its view still there
-  FileClass(reinterpret_cast<uintptr_t>(file));
-  ScanSelect(scanner);
-  EXPECT_EQ(ScanGet(kScanAny)->nId, kScanEnd);
-  Release();
-  // From a stream to a mapped file.
-  file = FileOpen(nullptr, name.c_str(), FO_MAPPED | FO_READ);
-  scanner = ScanOpen(name.c_str(), FO_STREAMED | FO_READ, code);
-  ScanAttachFile(scanner, file);
-  EXPECT_EQ(ScanSkipTo(kOperator), nullptr);
-  EXPECT_EQ(scanner->mbSource.nSize, file->nSize);
-  // A file that is neither mapped nor a stream keeps the text.
-  file->fFlags &= ~(FO_MAPPED | FO_STREAMED | FO_STREAM_BUFFER);
-  EXPECT_EQ(ScanRewind(), 0);
-  EXPECT_EQ(scanner->mbSource.nSize, file->nSize);
-  file->fFlags |= FO_MAPPED;
-  Release();
   // A stream that was read whole: no more than that, whatever becomes of the file.
-  scanner = ScanOpen(name.c_str(), FO_STREAM_BUFFER | 2, code);
-  file = scanner->pFile;
+  Scanner* scanner = ScanOpen(name.c_str(), FO_STREAM_BUFFER | 2, code);
+  FileObject* file = scanner->pFile;
   const uint32_t size = scanner->mbSource.nSize;
   EXPECT_EQ(ScanDefine(code, 0), 0);
   const char* token = ScanGet(kName)->pStart;
@@ -309,10 +263,6 @@ TEST(Scanner, ReadsNothingThatIsNotMapped) {
     FileResizedHook(file);
     EXPECT_EQ(scanner->mbSource.nSize, std::min(size, now));
   }
-  FILE* stream = std::exchange(file->pStream, nullptr);
-  EXPECT_EQ(ScanRewind(), 0);
-  EXPECT_EQ(scanner->mbSource.pData, nullptr);
-  file->pStream = stream;
   Release();
   ClsGarbage(0);
   ErrClear();
@@ -337,16 +287,6 @@ TEST(Scanner, FailuresHaveTheirCodes) {
   EXPECT_EQ(ClearedTrail(), "03.01");
   Release();
   EXPECT_EQ(ClassLists[kScanClass], nullptr);
-  // Memory of the caller's, and the end of the process with everything in use.
-  alignas(Scanner) char memory[sizeof(Scanner)] = {};
-  EXPECT_EQ(static_cast<void*>(ScanSelect(memory)), memory);
-  EXPECT_EQ(ScanDefine(code, 0), 0);
-  EXPECT_EQ(
-      ScanAttachFile(memory, FileObjOpen(nullptr, tree.Path("f").c_str(), FO_READ | FO_MAPPED)),
-      CurrentScanner);
-  EXPECT_EQ(Texts(), "text");
-  EXPECT_EQ(ClsGarbage(0), 0u);
-  EXPECT_EQ(memory[0], 0);
 }
 
 }  // namespace
