@@ -173,15 +173,11 @@ class FileModel {
           disk.resize(size);
       }
     }
-    bool wasMissing = missing;
-    std::string kept = disk;
-    uint64_t limit = diskLimit;
-    auto end = trail;
-    int choice = wanted, count = seen, way = wantedWay, wayCount = ways;
-    bool fails = mayFail;
+    const FileModel old = *this;
     *this = {};
-    disk = kept, missing = wasMissing, diskLimit = limit, trail = end;
-    wanted = choice, seen = count, wantedWay = way, ways = wayCount, mayFail = fails;
+    disk = old.disk, missing = old.missing, diskLimit = old.diskLimit, trail = old.trail;
+    wanted = old.wanted, seen = old.seen, wantedWay = old.wantedWay, ways = old.ways;
+    mayFail = old.mayFail;
   }
 
   // FileRevert, of a mapped file.
@@ -300,30 +296,11 @@ class FileModel {
   }
 
   uint32_t Growth() const {
-    switch (flags >> 16 & 15) {
-      case 1:
-        return 0;
-      case 2:
-        return 10'000;
-      case 3:
-        return 100'000;
-      case 4:
-        return 1'000'000;
-      case 5:
-        return 5'000'000;
-      case 7:
-        return 10'000'000;
-      case 8:
-        return size / 10;
-      case 9:
-        return static_cast<uint32_t>(uint64_t{size} * 3 / 10);
-      case 10:
-        return size / 2;
-      case 11:
-        return size;
-      default:
-        return 4096;
-    }
+    const uint32_t third = static_cast<uint32_t>(uint64_t{size} * 3 / 10);
+    const uint32_t grows[16] = {4096, 0,          10'000,    100'000, 1'000'000, 5'000'000,
+                                4096, 10'000'000, size / 10, third,   size / 2,  size,
+                                4096, 4096,       4096,      4096};
+    return grows[flags >> 16 & 15];
   }
 
   void Unmap() {
