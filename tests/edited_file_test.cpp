@@ -387,8 +387,9 @@ std::string Trial::Run() {
     } else {
       uint32_t which = Any(total), i = 0;
       while (which >= kOps[i].weight) which -= kOps[i++].weight;
-      choices_.Log("%s ", kOps[i].name);
-      step = (this->*kOps[i].make)();
+      const auto& [name, weight, make] = kOps[i];
+      choices_.Log("%s ", name);
+      step = (this->*make)();
     }
     if (!Make(step, plan_.step == number)) return "different";
     if (!CurrentFile) break;
