@@ -1,6 +1,9 @@
 // Environment references in any texts, with values that hold references as well.
 #pragma once
 
+#include <cstring>
+
+#include "platform/win32.h"
 #include "quern/ccsl/expand.h"
 #include "quern/cerr.h"
 #include "tests/support/trial.h"
