@@ -1,4 +1,4 @@
-// The calls that never end, on purpose, each in a child with a deadline.
+// The calls that never end, each in a child with a deadline.
 
 #include "tests/support/test.h"
 
@@ -40,25 +40,6 @@ TEST(EndlessDeathTest, CallsThatNeverReturn) {
     ScanText("abc", 3, table);
     ScanFirstOf(2, static_cast<int32_t>(SCAN_LIST_END | SCAN_BACKWARD));
   });
-}
-
-TEST(Endless, TheirNeighboursReturn) {
-  MemBuf buf = {16, 0, 0, nullptr};
-  MemAttach(nullptr);
-  EXPECT_STREQ(MemBufReplace(&buf, "b", 1, "inserted", 8, 0), "inserted");
-  EXPECT_EQ(MemCurrent->nReplaced, 1u);
-  EXPECT_EQ(MemCurrent->nDelta, 8);
-  EXPECT_EQ(MemBufReplace(&buf, "b", 1, nullptr, 0, 0), buf.pData);
-  EXPECT_EQ(MemCurrent->nDelta, 0);
-  EXPECT_EQ(MemBufReplace(&buf, "b", 1, "x", 1, 0), nullptr);
-  EXPECT_EQ(ErrLine, 511);
-  EXPECT_EQ(MemBufReplace(&buf, nullptr, 1, "x", 1, 0), nullptr);
-  EXPECT_EQ(ErrLast, 2);  // set, not raised
-  EXPECT_EQ(MemBufReplace(nullptr, "b", 1, "x", 1, 0), nullptr);
-  EXPECT_EQ(tavrix_test::ClearedTrail(), "01.03");
-  MemBufFree(&buf);
-  EXPECT_EQ(MemClass(0), 0u);
-  EXPECT_EQ(MemCurrent, nullptr);
 }
 
 }  // namespace

@@ -1,201 +1,151 @@
-// The error stack: entries, flags and trail, and the ends of the process.
+// The error stack: entries, flags and trail, and the texts and reports that are made of them.
 
 #include "tests/support/test.h"
 
 namespace quern {
 namespace {
 
-using tavrix_test::AllocationFault;
-using tavrix_test::ClearedTrail;
+using tavrix_test::Line;
 
-constexpr char kModule[] = "test";
+constexpr char kModule[] = "c:\\folder\\m.file.cpp";
 
-TEST(Errors, TrailsOfPushesAndRaises) {
-  struct {
-    const char* steps;  // digits: codes; t: a text; s: a hidden one; r: a raise
-    int depth;
-    const char* trail;
-  } const kRows[] = {
-      {"1r2r", -1, "02.01"},     {"1r2r", 0, "02"},          {"1r2r3r", 1, "03.02"},
-      {"1tr2r", -1, "02:01"},    {"53r", -1, "0305"},        {"1r53r", -1, "0305.01"},
-      {"1r53tr", -1, "0305.01"}, {"53tr1r", -1, "01:0305"},  {"1r2", 0, "02.01"},
-      {"1r2r3", 0, "03.02"},     {"0r", -1, "none"},         {"1r0r", -1, "01"},
-      {"tr", -1, "none"},        {"1r2sr3r", -1, "03.01"},   {"1rs2r", -1, "01"},
-      {"1rs2r", 0, "none"},      {"12t34r", -1, "04030201"}, {"r1r", -1, "01"},
-  };
-  for (const auto& row : kRows) {
-    ErrRaise(kModule, 1, 1);
-    ErrClear();
-    for (const char* step = row.steps; *step; ++step) {
-      if (*step == 'r') {
-        ErrThrow(1);
-      } else if (*step == 't' || *step == 's') {
-        ErrPushEntry(*step == 's' ? ERR_TEXT | ERR_SKIP : ERR_TEXT,
-                     reinterpret_cast<uintptr_t>(""));
-      } else {
-        ErrPush(static_cast<uint32_t>(*step - '0'));
-      }
-      EXPECT_EQ(ErrLast, *step == 'r' ? 1 : 0);
+const MessageRow kOwn[] = {
+    {39, "thirty-nine", ERR_INFO}, {60, "sixty %d", ERR_ERROR}, {0, "not among them: %d", 0}};
+const MessageRow kNull[] = {{40, nullptr, 0}, {50, "", 0}, {0, nullptr, 0}};
+const MessageRow* const kTables[] = {nullptr, kOwn, kNull};
+
+// Does what a letter and a number say. Returns what that tells.
+std::string Told(char letter, uint32_t n) {
+  char text[4096] = "none";
+  if (letter == '0') ErrThrow(1), ErrClear();
+  if (letter == 'c') return ErrPush(n), ErrLast ? "not reset" : "";
+  if (letter == 'r') ErrThrow(n);
+  if (letter == 't') ErrPushEntry(ERR_TEXT, n != 1 ? n : reinterpret_cast<uintptr_t>(""));
+  if (letter == 'h') ErrPushEntry(ERR_TEXT | ERR_SKIP, n);
+  if (letter == 's') ErrPushEntry(ERR_SYSVALUE, n);
+  if (letter == 'm') ErrPushText(0, n);
+  if (letter == 'a') return Line("%d", ErrRaise(kModule, 7, n));
+  if (letter == 'A') return Line("%d", ErrRaiseText("cfile.cpp", 187, n, 31, "x"));
+  if (letter == 'B') return Line("%d", ErrRaiseText("", 8, n, "below"));
+  if (letter == 'F') ErrFile = nullptr;
+  if (letter == 'S') SetLastError(n);
+  if (letter == 'T') ErrSetTable(nullptr, kTables[n]);
+  if (letter == 'i') return ErrInfo(text, static_cast<int32_t>(n)), text;
+  if (letter == 'g') return ErrGetText(text, 0), text;
+  if (letter == 'p') return ErrReport(text, ERR_REPORT_COMPOSE | n), text;
+  if (letter == 'l') return Line("%d@%d", ErrLast, ErrLine);
+  if (letter == 'n') return Line("%u", ErrCurrent->nCount);
+  if (letter == 'x') return Line("%X", std::exchange(ErrCurrent->nPending, 0));
+  if (letter == 'f') return std::string(ErrFormat(n, 5) ? ErrFormat(n, 5) : "null");
+  if (letter == 'b') return ReportBuffer;
+  const ErrorEntry& entry = ErrCurrent->entries[n];
+  if (letter == 'e') return Line("%X:%X", entry.flags, static_cast<uint32_t>(entry.value));
+  return "";
+}
+
+// A line holds letters with numbers and, behind "=", what they tell on an empty stack.
+void Expect(const std::string& transcript) {
+  std::istringstream lines(transcript);
+  for (std::string line, told = "="; std::getline(lines, line); told = "=") {
+    Told('0', 0);
+    std::istringstream words(line.substr(0, line.find(" =")));
+    for (std::string word; words >> word;) {
+      std::string text = Told(word[0], static_cast<uint32_t>(strtoul(&word[1], nullptr, 16)));
+      if (!text.empty()) told += " " + text;
     }
-    char trail[64] = "none";
-    EXPECT_EQ(ErrInfo(trail, row.depth) == trail, strcmp(row.trail, "none") != 0);
-    EXPECT_STREQ(trail, row.trail) << row.steps << ' ' << row.depth;
+    EXPECT_EQ(line.substr(line.find('=')), told) << line;
   }
 }
 
-TEST(Errors, CategoriesAreMergedAndStayPending) {
-  ErrPush(0xC0120005);  // between categories and code nothing counts
-  ErrPush(ERR_NEGATE | 6);
-  const ErrorEntry* entries = ErrCurrent->entries;
-  EXPECT_EQ(entries[0].value, 5u);
-  EXPECT_EQ(entries[0].flags, ERR_CODE | 0xC0000000);
-  EXPECT_EQ(entries[1].flags, ERR_CODE | ERR_NEGATE | 0xC0000000);
-  EXPECT_EQ(ErrCurrent->nPending, 0xC0000000);
-  ErrThrow(ERR_NEGATE | 7);
-  EXPECT_EQ(ErrLast, -7);
-  EXPECT_EQ(ErrCurrent->nLastRaised, -7);
-  EXPECT_EQ(ErrCurrent->nPending, 0u);
-  EXPECT_EQ(entries[0].flags, ERR_CODE | 0xC0000000);
-  EXPECT_EQ(entries[1].flags, ERR_CODE | ERR_NEGATE | ERR_RAISED | 0xC0000000);
+TEST(Errors, EntriesMakeTheTrail) {
+  Expect(R"(c1 r c2 r i-1 i0 c3 r i1 = 02.01 02 03.02
+c1 t1 r c2 r i-1 = 02:01
+c5 c3 r i-1 = 0305
+c1 r c5 c3 r i-1 c2 i0 = 0305.01 02.0305
+c1 r c5 c3 t1 r i-1 = 0305.01
+c5 c3 t1 r c1 r i-1 = 01:0305
+c1 r c2 i0 r c3 i0 = 02.01 03.02
+c0 r i-1 = none
+c1 r c0 r i-1 = 01
+t1 r i-1 = none
+c1 r c2 h r i0 c3 r i-1 = none 03.01
+c1 r h c2 r i-1 i0 = 01 none
+c1 c2 t1 c3 c4 r i-1 r i-1 = 04030201 04030201
+r c1 r i-1 n = 01 1
+cC0120005 c10000006 e0 e1 r10000007 e0 e1 l x = C4000000:5 D4000000:6 C4000000:5 DC000000:6 -7@0 0
+t6B640000 s2000010 e0 e1 = 2000000:6B640000 1000000:10
+a2 l i0 a3E8 i0 i-1 = -2 2@7 02 -1000 1000 1000.02
+S4D2 a20000003 e0 i-1 a80000000 l i0 = -3 1000000:4D2 03 0 0@7 none
+A80000003 e0 x = -3 84000000:3 0)");
 }
 
-TEST(Errors, TrailOfNestedFailures) {
+TEST(Errors, EntriesHaveTexts) {
+  Expect(R"(m1D g x m1F g x = Illegal file-open-mode specified 8000 Failed to open %s 8000
+m0 g x f1D = Missing or undefined error message 800 null
+m27 g x = Reference by illegal pointer 0x00000027 80005000
+T1 m27 g f27 x m2D g x f2D = thirty-nine thirty-nine 2000 not among them: 45 0 not among them: 5
+m1D g x f1D = Illegal file-open-mode specified 8000 not among them: 5
+m3C g x f3C x = sixty %d 8000 sixty 5 8000
+m3D g x f3D = Reference by illegal pointer 0x0000003D 80005000 null
+T2 m28 g x f28 = Reference by illegal pointer 0x00000000 80005000 null
+m2D g x f2D = Reference by illegal pointer 0x00000000 80005000 null
+T0 m2D g = Reference by illegal pointer 0x0000002D)");
+}
+
+TEST(Errors, ReportsAreComposed) {
+  Expect(R"(p40000000 = none
+A80000013 n a64 p0 p1 n = -19 2 -100 Error 100 (M7): Error 100:19 (M7): Failed to open x 3
+A80000013 a64 p1 p40000000 n = -19 -100 Error 100:19 (M7): Failed to open x Error 100:19 (M7): 0
+c1 t123 r1 p40000000 = Error 01 (M7): Reference by illegal pointer 0x00000123
+c1 t0 r1 p40000000 = Error 01 (M7): Reference by illegal pointer 0x00000000
+B9 sFFFE g l n b = -9 none 1@341 0 Trace 01:09 (CERR341): below
+B8 sFFFE c3 r3 p40000000 n l b = -8 Error 03:08 (8): 0 0@341 Trace 01.03:08 (CERR341): below
+B7 F p0 = -7 Error 07 (8): below)");
+#ifndef _WIN32  // where there is memory at such addresses
+  Expect("a2000005 p0 = -33554437 Error 33554437 (M7): Reference by illegal pointer 0x02000005");
+#endif
+}
+
+TEST(Errors, AreClearedAndForgotten) {
   char trail[64] = "";
-  EXPECT_EQ(ErrInfo(trail, -1), nullptr);  // makes no stack
+  EXPECT_EQ(ErrInfo(trail, -1), nullptr);
+  EXPECT_EQ(ErrReport(trail, ERR_REPORT_COMPOSE), 0);
   EXPECT_EQ(ErrClear(), -1);
   EXPECT_EQ(ErrClass(0), 0u);
-  EXPECT_EQ(ErrCurrent, nullptr);
-  EXPECT_EQ(ErrRaise(kModule, 12, 2), -2);
-  EXPECT_STREQ(ErrFile, "test");
-  EXPECT_EQ(ErrLine, 12);
-  ErrRaise(kModule, 13, 1000);
-  EXPECT_STREQ(ErrInfo(trail, -1), "1000.02");
-  EXPECT_STREQ(ErrInfo(trail, 0), "1000");
-  EXPECT_EQ(XErrorInfo(strcpy(trail, "")), 0);
-  EXPECT_STREQ(trail, "1000");
+  EXPECT_EQ(ErrCurrent, nullptr) << "asking makes no stack";
   SetLastError(5);
+  ErrRaise(kModule, 13, 1000);
+  EXPECT_EQ(XErrorInfo(trail), 0);
+  EXPECT_STREQ(trail, "1000");
+  EXPECT_STREQ(ErrFile, kModule);
   EXPECT_EQ(ErrClear(), 0);
   EXPECT_EQ(GetLastError(), 0u);
-  ErrRaiseText(kModule, 14, ERR_LIBRARY | 4, 31, "here");
-  EXPECT_STREQ(reinterpret_cast<const char*>(ErrCurrent->entries[1].value), "Failed to open here");
-  ErrRaise(kModule, 15, 13);
-  EXPECT_EQ(ClearedTrail(), "13:04");
-  SetLastError(1234);
-  ErrRaise(kModule, 16, ERR_SYSTEM | 3);
-  ASSERT_EQ(ErrCurrent->nCount, 2u);
-  EXPECT_EQ(ErrCurrent->entries[0].value, 1234u);
-  EXPECT_EQ(ClearedTrail(), "03");
-  EXPECT_EQ(ErrRaiseText(kModule, 17, 3, "text"), -3);
-  EXPECT_EQ(ErrCurrent->entries[1].flags, ERR_TEXT | ERR_RAISED);
-  EXPECT_EQ(ClearedTrail(), "03");
-  ErrRaise(kModule, 17, ERR_LIBRARY);  // value 0: as if nothing had failed
-  EXPECT_EQ(ErrLast, 0);
-  EXPECT_EQ(ClearedTrail(), "");
-}
-
-TEST(Errors, AddressesAndSystemValuesAreNoCategories) {
-  ErrPush(1);
-  const uint32_t flags[] = {ERR_TEXT, ERR_SYSVALUE, ERR_SYSVALUE};
-  const uint32_t values[] = {0x6B640000, 0x02000010, 0x88760868};  // merged: a raise, a text
-  for (int i = 0; i < 3; ++i) ErrPushEntry(flags[i], values[i]);
-  ASSERT_EQ(ErrCurrent->nCount, 4u);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(ErrCurrent->entries[i + 1].flags, flags[i]);
-  EXPECT_EQ(ErrCurrent->entries[1].value, 0x6B640000u);
-  EXPECT_EQ(ErrCurrent->entries[2].value, 0x10u);
 }
 
 TEST(Errors, StacksAreAttachedAndReplaced) {
-  static const MessageRow table[] = {{50, "fifty", 0}, {44, "forty-four", 0}, {0, "none", 0}};
-  EXPECT_EQ(ErrSetTable(nullptr, table), ErrCurrent);
-  EXPECT_EQ(ErrCurrent->nHighest, 50u);
+  EXPECT_EQ(ErrSetTable(nullptr, kOwn), ErrCurrent);
+  EXPECT_EQ(ErrCurrent->nHighest, 60u);
   EXPECT_EQ(ErrCurrent->header.flags, INST_OWNED);  // not on demand
-  ErrorStack own = {};
-  ErrorStack* first = ErrCurrent;
+  ErrorStack own = {}, *first = ErrCurrent;
+  const std::string longText(100, 'x');
+  const char* kept = ErrText(31, longText.c_str());
+  ErrText(31, longText.c_str());  // the buffer moves
   EXPECT_EQ(ErrStackAttach(&own), &own);
   EXPECT_EQ(own.nHighest, 39u);
+  ErrClass(0);
+  EXPECT_EQ(own.header.tag, 0u);
+  EXPECT_EQ(kept, "Failed to open " + longText) << "texts belong to their stack";
   EXPECT_EQ(ErrStackAttach(first), first);
-  EXPECT_EQ(first->nHighest, 50u);
   EXPECT_EQ(ErrSetTable(nullptr, nullptr), first);
   EXPECT_EQ(first->nHighest, 39u);
-  EXPECT_EQ(ErrClass(reinterpret_cast<uintptr_t>(&own)), 0u);
-  EXPECT_EQ(own.header.tag, 0u);
+  EXPECT_EQ(ErrClass(kCollectRequest), 0u);
   EXPECT_EQ(ErrCurrent, nullptr);
   ErrRaise(kModule, 18, 7);  // a new one on demand
   EXPECT_EQ(ErrCurrent->header.flags, INST_OWNED | INST_IMPLICIT);
-  EXPECT_NE(ErrCurrent, first);
-  EXPECT_EQ(ErrClass(kCollectRequest), 0u);
-  EXPECT_EQ(ErrCurrent, nullptr);
   uint32_t foreign[sizeof(ErrorStack) / 4] = {1234};
-  EXPECT_EQ(ErrStackAttach(foreign), nullptr);
-  EXPECT_EQ(ErrLine, 56);
-  ErrClear();
-  EXPECT_EQ(ErrSetTable(foreign, table), nullptr);
+  EXPECT_EQ(ErrSetTable(foreign, kOwn), nullptr);
   EXPECT_EQ(ErrLine, 73);
-  EXPECT_EQ(ClearedTrail(), "01.1000.04");
-}
-
-TEST(Errors, TextsBelongToTheirStack) {
-  EXPECT_STREQ(ErrFormat(31, "first"), "Failed to open first");  // without a stack: built-in
-  ErrorStack* first = ErrCurrent;
-  std::string longText(100, 'x');
-  const char* kept = ErrText(31, longText.c_str());
-  ErrText(31, longText.c_str());  // the buffer moves
-  ErrorStack own = {};
-  ErrStackAttach(&own);
-  ErrClear();
-  ErrClass(0);
-  ErrStackAttach(first);
-  EXPECT_EQ(kept, "Failed to open " + longText);
-}
-
-using ErrorsDeathTest = testing::Test;
-
-TEST(ErrorsDeathTest, TwentyEntriesAreTheLimit) {
-  const char* text = "   Fatal error: Stack for errors exceeded limits";
-  for (int i = 0; i < 19; ++i) ErrPush(1);
-  EXPECT_EXIT((dup2(2, 1), ErrPush(1), ErrPush(1)), testing::ExitedWithCode(1), text);
-  EXPECT_EXIT((dup2(2, 1), ErrPush(1), ErrThrow(1)), testing::ExitedWithCode(1), text);
-}
-
-TEST(ErrorsDeathTest, NoMemoryForTheStack) {
-  auto raise = [] {
-    dup2(2, 1);
-    AllocationFault fault(1);
-    ErrRaise(kModule, 1, 5);
-  };
-  EXPECT_EXIT(raise(), testing::ExitedWithCode(1), "   Fatal error: No error handler is defined");
-}
-
-TEST(ErrorsDeathTest, FlagsOfMessagesActOnTheNextRaise) {
-  auto raise = [](uint32_t code, uintptr_t message) {
-    ErrPush(code);
-    ErrPushText(0, message);
-    ErrThrow(code);
-    exit(0);
-  };
-  EXPECT_EXIT(raise(19, 7), testing::ExitedWithCode(19), "");
-  EXPECT_EXIT(raise(19, 0), testing::ExitedWithCode(19), "");  // an unknown code is fatal
-  EXPECT_EXIT((dup2(2, 1), ErrRaise(kModule, 1, 9), ErrPushText(0, 29)), testing::ExitedWithCode(1),
-              "   Fatal error: No error handler is defined");
-}
-
-TEST(ErrorsDeathTest, FailuresWhileTheProcessEndsEndItAtOnce) {
-  auto end = [] {
-    ErrRaise(kModule, 1, 1);
-    ErrClear();
-    ClsExitHook = [] {
-      fputs("hook ", stderr);
-      ErrExit(-4);
-    };
-    exit(0);
-  };
-  EXPECT_EXIT(end(), testing::ExitedWithCode(4), "hook ");
-  auto later = [] {
-    atexit([] { fputs("orderly", stderr); });
-    if (ClsExit() != 0) fputs("dis", stderr);  // by hand, before the end
-    ErrExit(-5);
-  };
-  EXPECT_EXIT(later(), testing::ExitedWithCode(5), "^orderly");
+  EXPECT_EQ(tavrix_test::ClearedTrail(), "01.1000.04.07");
 }
 
 }  // namespace
