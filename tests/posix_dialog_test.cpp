@@ -10,6 +10,7 @@ class PosixDialog : public testing::Test {
     setenv("DISPLAY", ":77", 1);
     unsetenv("WAYLAND_DISPLAY");
     tree_.File("data/a.txt");
+    tree_.File("data/plain");
     ofn_.lStructSize = 76;
     ofn_.lpstrFile = file_;
     ofn_.nMaxFile = sizeof file_;
@@ -18,47 +19,38 @@ class PosixDialog : public testing::Test {
     ofn_.lpstrInitialDir = folder_.c_str();
   }
 
-  // A program of the desktop that runs this shell text.
+  // A program of the desktop that notes its arguments and runs this shell text.
   void Desktop(const std::string& name, const std::string& text) {
-    tree_.File("bin/" + name, "#!/bin/sh\ncd " + folder_ + "\n" + text + "\n");
+    const std::string note = "printf '%s\\n' \"$@\" >arguments; echo x >>count\n";
+    tree_.File("bin/" + name, "#!/bin/sh\ncd " + folder_ + "\n" + note + text + "\n");
     std::filesystem::permissions(tree_.root() / "bin" / name, std::filesystem::perms::all);
   }
 
-  // One that notes its arguments and prints a name.
-  void Answer(const std::string& name, const std::string& path) {
-    Desktop(name, "printf '%s\\n' \"$@\" >arguments\necho '" + path + "'");
+  // The name below the folder that comes of a program's text, or "<error>" with the dialog's own.
+  std::string Asked(const std::string& text) {
+    Desktop("zenity", text);
+    return Asked();
   }
-
-  // Calls the dialog in a child on a terminal of its own, where this is typed. Whether it came to
-  // `expected`, or to a cancel for "".
-  bool TypedGives(const char* typed, const std::string& expected) {
-    int master;
-    pid_t child = forkpty(&master, nullptr, nullptr, nullptr);
-    if (child == 0) exit((GetOpenFileNameA(&ofn_) ? file_ : "") == expected ? 0 : 1);
-    for (char byte = 0; byte != ':' && read(master, &byte, 1) == 1;) shown_ += byte;
-    int status = 1;
-    if (*typed && write(master, typed, strlen(typed)) < 0) return false;
-    waitpid(child, &status, 0);
-    close(master);
-    return status == 0;
+  std::string Asked() {
+    SetLastError(55);
+    const bool chosen = GetOpenFileNameA(&ofn_);
+    EXPECT_EQ(GetLastError(), 55u);
+    if (!chosen) return "<" + std::to_string(CommDlgExtendedError()) + ">";
+    EXPECT_EQ(file_ + ofn_.nFileOffset, std::string(title_));
+    return std::string(file_).starts_with(folder_ + "/") ? file_ + folder_.size() + 1 : file_;
   }
 
   tavrix_test::Tree tree_;
-  std::string folder_ = tree_.Path("data"), shown_;
+  std::string folder_ = tree_.Path("data");
   OPENFILENAMEA ofn_ = {};
-  char file_[260] = "";
-  char title_[64] = "";
+  char file_[260] = "", title_[260] = "";
 };
 
-TEST_F(PosixDialog, AsksZenityAndFillsTheRecord) {
-  Answer("zenity", folder_ + "/a.txt");
+TEST_F(PosixDialog, HandsTheRecordOverAndFillsIt) {
   ofn_.lpstrFilter = "All\0*.*\0Text; $(touch x)\0*.txt;*.doc\0";
   ofn_.nFilterIndex = 2;
   ofn_.lpstrTitle = "--help `id`";
-  ASSERT_TRUE(GetOpenFileNameA(&ofn_));
-  EXPECT_EQ(file_, folder_ + "/a.txt");
-  EXPECT_STREQ(title_, "a.txt");
-  EXPECT_STREQ(file_ + ofn_.nFileOffset, "a.txt");
+  EXPECT_EQ(Asked("echo $PWD/a.txt"), "a.txt");
   EXPECT_STREQ(file_ + ofn_.nFileExtension, "txt");
   file_[0] = 0;
   EXPECT_EQ(tree_.Read("data/arguments"),
@@ -66,120 +58,100 @@ TEST_F(PosixDialog, AsksZenityAndFillsTheRecord) {
                 "/\n--file-filter=Text; $(touch x) | *.txt *.doc\n"
                 "--file-filter=All | *\n");
   ofn_.lStructSize = 77;
-  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
-  EXPECT_EQ(CommDlgExtendedError(), CDERR_STRUCTSIZE);
+  EXPECT_EQ(Asked(), "<" + std::to_string(CDERR_STRUCTSIZE) + ">");
   ofn_.lStructSize = 88;
-  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
+  EXPECT_EQ(Asked(), "a.txt");
 }
 
 TEST_F(PosixDialog, GoesOnToKdialogAndTakesACancel) {
-  Desktop("zenity", "exit 5");
-  Answer("kdialog", "/a/long/name");
+  Desktop("kdialog", "echo /a/long/name");
   ofn_.lpstrFilter = "Text\0*.txt\0All\0*.*\0";
   ofn_.lpstrInitialDir = nullptr;
   ofn_.nMaxFile = 12;
-  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
-  EXPECT_EQ(CommDlgExtendedError(), FNERR_BUFFERTOOSMALL);
+  EXPECT_EQ(Asked("exit 5"), "<" + std::to_string(FNERR_BUFFERTOOSMALL) + ">");
   EXPECT_EQ(file_[0], 13) << "the size that would do";
   EXPECT_EQ(tree_.Read("data/arguments"),
             "--title\nOpen\n--getopenfilename\n./\n*.txt|Text\n*|All\n");
   ofn_.nMaxFile = 13;
-  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
+  EXPECT_EQ(Asked(), "/a/long/name");
   EXPECT_EQ(ofn_.nFileExtension, 0);
-  Desktop("zenity", "exit 1");
-  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
-  EXPECT_EQ(CommDlgExtendedError(), 0u);
+  EXPECT_EQ(Asked("exit 1"), "<0>");
 }
 
-TEST_F(PosixDialog, AsksAgainForANameThatTheFlagsRefuse) {
-  // The first answer is missing, the second is a folder, the third will do.
-  Desktop("zenity",
-          "echo x >>count; case $(wc -l <count) in 1) echo $PWD/missing;; 2) echo $PWD;; "
-          "*) echo $PWD/a.txt;; esac");
-  ofn_.Flags = OFN_FILEMUSTEXIST | OFN_PATHMUSTEXIST;
-  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
+TEST_F(PosixDialog, CompletesNamesAndAsksAgainForThoseThatTheFlagsRefuse) {
+  const std::string longest(257 - folder_.size(), 'n');
+  constexpr DWORD kPath = OFN_PATHMUSTEXIST, kFile = OFN_FILEMUSTEXIST | OFN_PATHMUSTEXIST;
+  const struct {
+    DWORD flags;
+    const char* extension;
+    std::string text, chosen;
+  } kRows[] = {
+      {kPath, "doc", "echo $PWD/plain", "plain"},
+      {kPath, "doc", "echo $PWD/new", "new.doc"},
+      {kPath, "doc", "echo $PWD/new.c", "new.c"},
+      {kPath, "doc", "echo $PWD/none/new", "<0>"},
+      {kPath, "doc", "echo $PWD/" + longest, "<0>"},
+      {kPath, "doc", "echo $PWD/" + longest + longest, "<0>"},
+      {kPath, "doc", "echo " + std::string(258, 'r'),
+       "<0>"},  // relative, and too long when it is not
+      {0, "", "echo $PWD/none/new", "none/new"},
+      {0, nullptr, "printf $PWD/a.txt", "a.txt"},  // without a line end
+      {0, nullptr, "exit 0", "<0>"},
+      {0, nullptr, "echo $PWD", "<0>"},
+      {kFile, nullptr, "echo $PWD/missing", "<0>"},  // gives up some time
+      {kFile, nullptr,
+       "case $(wc -l <count) in 1) echo $PWD/missing;; 2) echo $PWD;; "
+       "*) echo $PWD/a.txt;; esac",
+       "a.txt"},
+  };
+  for (const auto& row : kRows) {
+    tree_.Remove("data/count");
+    file_[0] = 0;
+    ofn_.Flags = row.flags;
+    ofn_.lpstrDefExt = row.extension;
+    const std::string chosen = Asked(row.text);
+    EXPECT_EQ(tavrix_test::fs::path(chosen).filename(),
+              tavrix_test::fs::path(row.chosen).filename())
+        << row.text;
+  }
   EXPECT_EQ(tree_.Read("data/count"), "x\nx\nx\n");
-  // A program that never gives a name that will do is given up.
-  Answer("zenity", folder_ + "/missing");
-  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
-  ofn_.Flags = OFN_PATHMUSTEXIST;
-  ofn_.lpstrDefExt = "doc";
-  SetLastError(55);
-  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
-  EXPECT_EQ(GetLastError(), 55u);
-  EXPECT_STREQ(title_, "missing.doc");
 }
 
 TEST_F(PosixDialog, AsksOnTheTerminalWithoutADisplay) {
   unsetenv("DISPLAY");
   ofn_.lpstrTitle = "Which file";
-  EXPECT_TRUE(TypedGives("a.txt\n", folder_ + "/a.txt"));
-  EXPECT_EQ(shown_, "Which file:");
-  EXPECT_TRUE(TypedGives("\n", ""));
-  strcpy(file_, "preset");
-  EXPECT_TRUE(TypedGives("\n", folder_ + "/preset"));
+  const std::string cancel = "<0>";
+  for (const auto& [preset, typed, expected] :
+       {std::tuple("", "a.txt\n", "a.txt"), {"", "\n", "<0>"}, {"preset", "\n", "preset"}}) {
+    strcpy(file_, preset);
+    tavrix_test::Terminal terminal(200, 3, {.typedAhead = typed});
+    EXPECT_EQ(terminal.Run([&, expected = expected] { EXPECT_EQ(Asked(), expected); }), 0);
+    const std::string shown = *preset ? "Which file [preset]:" : "Which file:";
+    EXPECT_NE(terminal.Text().find(shown), std::string::npos) << terminal.Text();
+  }
   file_[0] = 0;
-  int code = tavrix_test::InChild([&] {
-    setsid();  // no terminal any more
-    return GetOpenFileNameA(&ofn_) || CommDlgExtendedError() ? 1 : 0;
-  });
-  EXPECT_EQ(code, 0) << "nobody to ask is a cancel";
-  int master, status = 1;
-  pid_t shell = forkpty(&master, nullptr, nullptr, nullptr);
-  auto inBackground = [&] {
-    setpgid(0, 0);
-    return GetOpenFileNameA(&ofn_) || CommDlgExtendedError() ? 1 : 0;
+  // Nobody to ask is a cancel: without a terminal, and in the background of one, which stops.
+  auto cancels = [&](bool background) {
+    background ? setpgid(0, 0) : setsid();
+    return Asked() == "<0>" ? 7 : 1;
   };
-  if (shell == 0) exit(tavrix_test::InChild(inBackground));
-  waitpid(shell, &status, 0);
-  EXPECT_EQ(status, 0) << "neither stopped nor answered";
-  close(master);
-}
-
-TEST_F(PosixDialog, CompletesNamesWithTheDefaultExtension) {
-  tree_.File("data/plain");
-  ofn_.lpstrDefExt = "doc";
-  ofn_.Flags = OFN_PATHMUSTEXIST;
-  std::string longest(257 - folder_.size(), 'n');
-  const std::pair<std::string, std::string> kRows[] = {
-      {"plain", "plain"}, {"new", "new.doc"}, {"new.c", "new.c"},
-      {"none/new", ""},   {longest, ""},      {longest + longest + "nnnnn", ""}};
-  for (const auto& [chosen, expected] : kRows) {
-    Answer("zenity", folder_ + "/" + chosen);
-    file_[0] = 0;
-    EXPECT_EQ(GetOpenFileNameA(&ofn_), !expected.empty()) << chosen;
-    EXPECT_EQ(std::string(file_), expected.empty() ? "" : folder_ + "/" + expected);
-  }
-  Answer("zenity", std::string(258, 'r'));  // relative, and too long when it is not
-  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
-  for (const char* extension : {"", static_cast<const char*>(nullptr)}) {
-    ofn_.lpstrDefExt = extension;
-    ofn_.Flags = 0;
-    Answer("zenity", folder_ + "/none/new");
-    EXPECT_TRUE(GetOpenFileNameA(&ofn_));
-    EXPECT_STREQ(title_, "new");
-  }
-  // Without a line end, and without a name.
-  Desktop("zenity", "printf $PWD/a.txt");
-  EXPECT_TRUE(GetOpenFileNameA(&ofn_));
-  EXPECT_STREQ(title_, "a.txt");
-  Desktop("zenity", "exit 0");
-  EXPECT_FALSE(GetOpenFileNameA(&ofn_));
+  tavrix_test::Terminal terminal(200, 3);
+  terminal.Run([&] {
+    for (bool background : {false, true})
+      EXPECT_EQ(tavrix_test::InChild([&] { return cancels(background); }), 7);
+  });
+  EXPECT_EQ(terminal.Text(), "");
 }
 
 TEST_F(PosixDialog, IsWhatTheExportAndTheProgramAsk) {
-  Answer("zenity", folder_ + "/a.txt");
+  const std::string open = "\"" TAVRIX_PROGRAM "\" open >'" + tree_.Path("out") + "' 2>&1";
   ofn_.lStructSize = 0;
-  EXPECT_EQ(XDlgFileOpen(&ofn_), 1) << "it sets the size itself";
-  EXPECT_EQ(ofn_.lStructSize, 76u);
-  EXPECT_EQ(file_, folder_ + "/a.txt");
-  std::string open = "\"" TAVRIX_PROGRAM "\" open >'" + tree_.Path("out") + "' 2>&1";
-  EXPECT_EQ(system(open.c_str()), 0);
-  EXPECT_EQ(tree_.Read("out"), folder_ + "/a.txt\n");
-  Desktop("zenity", "exit 1");
-  EXPECT_EQ(XDlgFileOpen(&ofn_), 0);
-  EXPECT_EQ(WEXITSTATUS(system(open.c_str())), 1);
-  EXPECT_EQ(tree_.Read("out"), "tavrix: no file was chosen\n");
+  for (bool chosen : {true, false}) {
+    Desktop("zenity", chosen ? "echo $PWD/a.txt" : "exit 1");
+    EXPECT_EQ(XDlgFileOpen(&ofn_), chosen) << "it sets the size itself";
+    EXPECT_EQ(WEXITSTATUS(system(open.c_str())), !chosen);
+    EXPECT_EQ(tree_.Read("out"), chosen ? folder_ + "/a.txt\n" : "tavrix: no file was chosen\n");
+  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Mapped files: where views lie, and what a file does not allow.
+// Mapped files and probes of memory: where views lie, and what is not allowed.
 #include "tests/support/test.h"
 
 namespace {
@@ -6,56 +6,46 @@ namespace {
 using tavrix_test::Tree;
 
 constexpr DWORD kGranule = 65536;
-constexpr DWORD kReserve = PAGE_READONLY | SEC_RESERVE;
 
 HANDLE Open(const std::string& name, DWORD access = GENERIC_READ | GENERIC_WRITE) {
   return CreateFileA(name.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                      0, nullptr);
 }
 
-HANDLE Mapping(HANDLE file, DWORD protection, DWORD size = 0) {
-  return CreateFileMappingA(file, nullptr, protection, 0, size, nullptr);
-}
-
-char* View(HANDLE mapping, DWORD access, void* base = nullptr) {
-  return static_cast<char*>(MapViewOfFileEx(mapping, access, 0, 0, 0, base));
-}
-
 // A view whose mapping has no handle any more; null with the last error.
-char* ViewOf(HANDLE file, DWORD protection, DWORD size, DWORD access, void* base = nullptr) {
-  HANDLE mapping = Mapping(file, protection, size);
+char* View(HANDLE file, DWORD protection, DWORD size, DWORD access, void* base = nullptr) {
+  SetLastError(0);
+  HANDLE mapping = CreateFileMappingA(file, nullptr, protection, 0, size, nullptr);
   if (!mapping) return nullptr;
-  char* view = View(mapping, access, base);
+  void* view = MapViewOfFileEx(mapping, access, 0, 0, 0, base);
   CloseHandle(mapping);
-  return view;
+  return static_cast<char*>(view);
 }
 
 TEST(PosixMapping, PlacesViewsWhereTheyAreAskedFor) {
   Tree tree;
   HANDLE file = Open(tree.Path("file"));
-  HANDLE mapping = Mapping(file, PAGE_READWRITE, 200'000);
   std::vector<char*> views;
-  for (DWORD size : {1u, 4096u, kGranule, kGranule + 1, 200'000u, 1u, 3 * kGranule}) {
-    views.push_back(ViewOf(file, PAGE_READWRITE, size, FILE_MAP_WRITE));
+  for (DWORD size : {1u, 4096u, kGranule, kGranule + 1, 3 * kGranule}) {
+    views.push_back(View(file, PAGE_READWRITE, size, FILE_MAP_WRITE));
     ASSERT_TRUE(views.back());
     EXPECT_EQ(reinterpret_cast<uintptr_t>(views.back()) % kGranule, 0u) << size;
     views.back()[size - 1] = 'x';
   }
   for (char* view : views) EXPECT_TRUE(UnmapViewOfFile(view)) << "each has a place of its own";
-  char* view = View(mapping, FILE_MAP_READ);
+  char* view = View(file, PAGE_READONLY, 0, FILE_MAP_READ);
   for (char* bad :
        {view, view + kGranule, view + 2 * kGranule, view + 4096, view + 8 * kGranule + 1,
         reinterpret_cast<char*>(~uintptr_t{0} - kGranule + 1)}) {
-    SetLastError(0);
-    EXPECT_EQ(View(mapping, FILE_MAP_READ, bad), nullptr);
+    EXPECT_EQ(View(file, PAGE_READONLY, 0, FILE_MAP_READ, bad), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS) << bad - view;
   }
-  EXPECT_EQ(view[0] + view[200'000 - 1], 'x' + 'x') << "the attempts left it alone";
+  EXPECT_EQ(view[0] + view[3 * kGranule - 1], 'x' + 'x') << "the attempts left it alone";
   EXPECT_FALSE(UnmapViewOfFile(view + kGranule));
   EXPECT_TRUE(UnmapViewOfFile(view));
   EXPECT_FALSE(UnmapViewOfFile(view));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
-  EXPECT_EQ(View(mapping, FILE_MAP_READ, view), view) << "free again";
+  EXPECT_EQ(View(file, PAGE_READONLY, 0, FILE_MAP_READ, view), view) << "free again";
 }
 
 TEST(PosixMapping, RefusesWhatAFileDoesNotAllow) {
@@ -64,43 +54,88 @@ TEST(PosixMapping, RefusesWhatAFileDoesNotAllow) {
   HANDLE both = Open(tree.Path("file")), empty = Open(tree.Path("empty"));
   HANDLE reader = Open(tree.Path("file"), GENERIC_READ);
   HANDLE writer = Open(tree.Path("file"), GENERIC_WRITE);
-  struct {
+  const struct {
     HANDLE file;
-    DWORD protection, size, error;
-  } const kRows[] = {{nullptr, PAGE_READONLY, 0, ERROR_INVALID_HANDLE},
-                     {both, 3, 0, ERROR_INVALID_PARAMETER},
-                     {reader, PAGE_READWRITE, 0, ERROR_ACCESS_DENIED},
-                     {writer, PAGE_READONLY, 0, ERROR_ACCESS_DENIED},
-                     {writer, PAGE_READWRITE, 0, ERROR_ACCESS_DENIED},
-                     {empty, PAGE_READWRITE, 0, ERROR_FILE_INVALID},
-                     {reader, PAGE_READONLY, 5, ERROR_NOT_ENOUGH_MEMORY},
-                     {both, PAGE_WRITECOPY, 5, ERROR_NOT_ENOUGH_MEMORY},
-                     {INVALID_HANDLE_VALUE, kReserve, 0, ERROR_INVALID_PARAMETER}};
+    DWORD protection, size, access, error;
+  } kRows[] = {{nullptr, PAGE_READONLY, 0, FILE_MAP_READ, ERROR_INVALID_HANDLE},
+               {both, 3, 0, FILE_MAP_READ, ERROR_INVALID_PARAMETER},
+               {reader, PAGE_READWRITE, 0, FILE_MAP_READ, ERROR_ACCESS_DENIED},
+               {writer, PAGE_READONLY, 0, FILE_MAP_READ, ERROR_ACCESS_DENIED},
+               {writer, PAGE_READWRITE, 0, FILE_MAP_WRITE, ERROR_ACCESS_DENIED},
+               {empty, PAGE_READWRITE, 0, FILE_MAP_WRITE, ERROR_FILE_INVALID},
+               {reader, PAGE_READONLY, 5, FILE_MAP_READ, ERROR_NOT_ENOUGH_MEMORY},
+               {both, PAGE_WRITECOPY, 5, FILE_MAP_COPY, ERROR_NOT_ENOUGH_MEMORY},
+               {INVALID_HANDLE_VALUE, PAGE_READONLY | SEC_RESERVE, 0, 0, ERROR_INVALID_PARAMETER},
+               {reader, PAGE_READONLY, 0, FILE_MAP_WRITE, ERROR_ACCESS_DENIED},
+               {reader, PAGE_WRITECOPY, 0, FILE_MAP_WRITE, ERROR_ACCESS_DENIED},
+               {reader, PAGE_READONLY, 0, 0, ERROR_INVALID_PARAMETER}};
   for (const auto& row : kRows) {
-    SetLastError(0);
-    EXPECT_EQ(Mapping(row.file, row.protection, row.size), nullptr) << &row - kRows;
+    EXPECT_EQ(View(row.file, row.protection, row.size, row.access), nullptr) << &row - kRows;
     EXPECT_EQ(GetLastError(), row.error) << &row - kRows;
   }
   for (DWORD protection : {PAGE_READONLY, PAGE_WRITECOPY}) {
-    EXPECT_EQ(ViewOf(reader, protection, 0, FILE_MAP_WRITE), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(IsBadWritePtr(ViewOf(reader, protection, 0, FILE_MAP_READ), 1));
-    char* copy = ViewOf(reader, protection, 0, FILE_MAP_COPY);
-    ASSERT_TRUE(copy);
+    EXPECT_TRUE(IsBadWritePtr(View(reader, protection, 0, FILE_MAP_READ), 1));
+    char* copy = View(reader, protection, 0, FILE_MAP_COPY);
     copy[0] = 'n';
     EXPECT_STREQ(copy, "next");
   }
-  EXPECT_EQ(ViewOf(reader, PAGE_READONLY, 0, 0), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-  HANDLE mapping = Mapping(reader, PAGE_READONLY);
-  EXPECT_FALSE(CreateFileMappingA(reader, nullptr, PAGE_READONLY, 1, 0, nullptr));
-  EXPECT_FALSE(MapViewOfFileEx(mapping, FILE_MAP_READ, 1, 0, 0, nullptr) ||
+  EXPECT_EQ(tree.Read("file"), "text") << "copies are their own";
+  // What is not offered: more than four gigabytes, another place in the file, a part of it.
+  HANDLE mapping = CreateFileMappingA(reader, nullptr, PAGE_READONLY, 0, 0, nullptr);
+  EXPECT_FALSE(CreateFileMappingA(reader, nullptr, PAGE_READONLY, 1, 0, nullptr) ||
+               MapViewOfFileEx(mapping, FILE_MAP_READ, 1, 0, 0, nullptr) ||
                MapViewOfFileEx(mapping, FILE_MAP_READ, 0, kGranule, 0, nullptr) ||
                MapViewOfFileEx(mapping, FILE_MAP_READ, 0, 0, 1, nullptr));
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(View(nullptr, FILE_MAP_READ), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-  EXPECT_EQ(tree.Read("file"), "text") << "copies are their own";
+}
+
+// Pages in a row: plain, read-only, without any right, plain, behind the end of the mapped file.
+TEST(PosixMemory, ProbesTellEveryProtectionAndTouchNothing) {
+  constexpr size_t kPage = 4096;
+  FILE* file = tmpfile();
+  ASSERT_EQ(ftruncate(fileno(file), 4 * kPage), 0);
+  void* block = mmap(nullptr, 5 * kPage, PROT_READ | PROT_WRITE, MAP_SHARED, fileno(file), 0);
+  char *plain = static_cast<char*>(block), *readOnly = plain + kPage, *shut = readOnly + kPage;
+  char *last = shut + kPage, *missing = last + kPage;
+  memset(plain, 'a', 4 * kPage);
+  ASSERT_EQ(mprotect(readOnly, kPage, PROT_READ) | mprotect(shut, kPage, PROT_NONE), 0);
+  void* top = reinterpret_cast<void*>(~uintptr_t{0} - 3);
+  const struct {
+    void* at;
+    UINT_PTR size;
+    bool badRead, badWrite;
+  } kRows[] = {{plain, 2 * kPage, false, true},
+               {plain, 2 * kPage + 1, true, true},
+               {plain, 4 * kPage, true, true},  // a hole inside
+               {readOnly - 1, 1, false, false},
+               {readOnly - 1, 2, false, true},
+               {shut + 8, 1, true, true},
+               {last, kPage, false, false},
+               {missing - 3, 3, false, false},
+               {missing - 3, 4, true, true},
+               {nullptr, 1, true, true},
+               {nullptr, 0, false, false},
+               {plain, ~UINT_PTR{0}, true, true},  // runs over the end of memory
+               {top, 4, true, true}};
+  for (rlim_t descriptors : {1000, 0}) {
+    tavrix_test::Limit limit(RLIMIT_NOFILE, descriptors);
+    for (const auto& row : kRows) {
+      EXPECT_EQ(IsBadReadPtr(row.at, row.size), row.badRead) << &row - kRows;
+      EXPECT_EQ(IsBadWritePtr(row.at, row.size), row.badWrite) << &row - kRows;
+    }
+    EXPECT_EQ(plain[0] + last[kPage - 1], 2 * 'a');
+  }
+  for (const char* refused : {"", "process_vm_readv"}) {
+    tavrix_test::CallFault fault(refused, EPERM);
+    last[kPage - 1] = 'a';
+    EXPECT_TRUE(IsBadStringPtrA(last, kPage + 1)) << "no terminator before the end";
+    EXPECT_FALSE(IsBadStringPtrA(last, kPage));
+    last[kPage - 1] = 0;
+    EXPECT_FALSE(IsBadStringPtrA(last + 10, ~UINT_PTR{0}));
+    EXPECT_TRUE(IsBadStringPtrA(plain, 2 * kPage + 1)) << "runs into a page without rights";
+    EXPECT_FALSE(IsBadStringPtrA(plain, 2 * kPage)) << "goes on over pages";
+    EXPECT_TRUE(IsBadStringPtrA(nullptr, 1) && !IsBadStringPtrA(nullptr, 0));
+    EXPECT_EQ(fault.Hit(), *refused != 0);
+  }
 }
 
 }  // namespace

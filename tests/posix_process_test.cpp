@@ -28,21 +28,16 @@ TEST(PosixCommandLine, SplitsAsTheWindowsRuntimeDoes) {
       {R"(p "ab\"c" "\\" "" d)", {"p", R"(ab"c)", R"(\)", "", "d"}},
       {R"(p a\\\b d"e f"g a\\\\"b c" d)", {"p", R"(a\\\b)", "de fg", R"(a\\b c)", "d"}},
       {R"(p """a""" a"b"" c d)", {"p", R"("a")", R"(ab" c d)"}},
+      {"p x x x x x x x x x x", {"p", "x", "x", "x", "x", "x", "x", "x", "x", "x", "x"}},
   };
   for (const auto& [line, words] : kRows) EXPECT_EQ(Split(line), words) << line;
-  // As many words and bytes as a line can hold.
-  std::string line = "p";
-  for (int i = 0; i < 1000; ++i) line += " x";
-  EXPECT_EQ(Split(line).size(), 1001u);
 }
 
-// Starts a command line; the thread handle is closed. Null when it could not be started.
+// Starts a command line. Null when it could not be started.
 HANDLE Start(std::string line) {
-  STARTUPINFOA startup;
-  GetStartupInfoA(&startup);
   PROCESS_INFORMATION information = {};
   if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
-                      nullptr, &startup, &information)) {
+                      nullptr, nullptr, &information)) {
     return nullptr;
   }
   EXPECT_TRUE(CloseHandle(information.hThread));
@@ -55,8 +50,7 @@ int RunLine(const std::string& line) {
   if (!process) return -static_cast<int>(GetLastError());
   DWORD code = 0;
   EXPECT_EQ(WaitForSingleObject(process, INFINITE), WAIT_OBJECT_0);
-  EXPECT_TRUE(GetExitCodeProcess(process, &code));
-  EXPECT_TRUE(CloseHandle(process));
+  EXPECT_TRUE(GetExitCodeProcess(process, &code) && CloseHandle(process));
   return static_cast<int>(code);
 }
 
@@ -65,7 +59,7 @@ TEST(PosixProcess, RunsProgramsFromACleanStart) {
   setenv("TAVRIX_SEEN", "a b", 1);
   EXPECT_EQ(RunLine("\\bin\\sh -c \"echo $TAVRIX_SEEN >" + tree.Path("out") + "; exit 3\""), 3);
   EXPECT_EQ(tree.Read("out"), "a b\n");
-  int open = dup(0);
+  EXPECT_GE(dup(0), 0);
   sigset_t mask;
   sigemptyset(&mask);
   sigaddset(&mask, SIGTERM);
@@ -73,7 +67,6 @@ TEST(PosixProcess, RunsProgramsFromACleanStart) {
   EXPECT_EQ(RunLine("sh -c \"ls /proc/self/fd >" + tree.Path("out") + "\""), 0);
   EXPECT_EQ(tree.Read("out"), "0\n1\n2\n3\n") << "the list itself takes one";
   EXPECT_EQ(RunLine("sh -c \"kill -15 $$; exit 0\""), 128 + 15);
-  close(open);
 }
 
 TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {
@@ -82,10 +75,9 @@ TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {
   tree.File("two/tool", "#!/bin/sh\nexit 4\n");
   tree.File("three/tool", "#!/bin/sh\nexit 5\n");
   tree.File("noise", "\x01\x02\x03");
-  for (const char* name : {"three/tool", "noise"}) {
+  for (const char* name : {"three/tool", "noise"})
     std::filesystem::permissions(tree.root() / name, std::filesystem::perms::all);
-  }
-  std::string before = getenv("PATH"), path = tree.Path("one") + ":" + tree.Path("two");
+  const std::string path = tree.Path("one") + ":" + tree.Path("two");
   setenv("PATH", path.c_str(), 1);
   const std::pair<DWORD, Words> kRows[] = {
       {ERROR_FILE_NOT_FOUND, {"no-such-program-anywhere", "", tree.Path("missing")}},
@@ -94,11 +86,9 @@ TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {
       {ERROR_BAD_EXE_FORMAT, {tree.Path("noise")}},
       {ERROR_FILENAME_EXCED_RANGE, {std::string(260, 'p'), "/" + std::string(259, 'p')}},
   };
-  for (const auto& [error, lines] : kRows) {
-    for (const std::string& line : lines) {
+  for (const auto& [error, lines] : kRows)
+    for (const std::string& line : lines)
       EXPECT_EQ(RunLine(line), -static_cast<int>(error)) << line;
-    }
-  }
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a failure leaves no child";
   // An empty entry is the current directory; one that is too long is passed over.
   ASSERT_EQ(chdir(tree.Path("three").c_str()), 0);
@@ -106,11 +96,9 @@ TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {
   EXPECT_EQ(RunLine("tool"), 5);
   unsetenv("PATH");
   EXPECT_EQ(RunLine("true"), 0) << "where programs usually are";
-  setenv("PATH", before.c_str(), 1);
-  ASSERT_EQ(chdir("/"), 0);
 }
 
-TEST(PosixProcess, WaitsAsLongAsItIsTold) {
+TEST(PosixProcess, WaitsAsLongAsItIsToldAndLeavesNoZombie) {
   HANDLE process = Start("sleep 0.3");
   DWORD code = 0;
   auto begun = Clock::now();
@@ -128,18 +116,14 @@ TEST(PosixProcess, WaitsAsLongAsItIsTold) {
   EXPECT_LT(Clock::now() - begun, 10s);
   EXPECT_TRUE(CloseHandle(process));
   EXPECT_EQ(WaitForSingleObject(process, 0), WAIT_FAILED);
-}
-
-TEST(PosixProcess, LeavesNoZombieForLongAndBearsAHostThatIgnoresItsChildren) {
   for (int i = 0; i < 20; ++i) EXPECT_TRUE(CloseHandle(Start("sleep 0.1")));
   std::this_thread::sleep_for(600ms);
   EXPECT_EQ(RunLine("true"), 0);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-  signal(SIGCHLD, SIG_IGN);
-  auto begun = Clock::now();
+  signal(SIGCHLD, SIG_IGN);  // a host that ignores its children
+  begun = Clock::now();
   EXPECT_EQ(RunLine("sleep 0.2"), 0);
   EXPECT_GE(Clock::now() - begun, 190ms);
-  signal(SIGCHLD, SIG_DFL);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Counts the library's heap blocks and makes chosen allocations fail.
 //
 // The test program is linked so that malloc, calloc, realloc and free of its objects and static
-// libraries pass through here.
+// libraries pass through alloc.cpp.
 #pragma once
 
 #include <cstdint>
@@ -12,16 +12,23 @@ namespace tavrix_test {
 // `more`.
 class AllocationFault {
  public:
-  explicit AllocationFault(int64_t number, int64_t more = 0);
-  ~AllocationFault();
+  explicit AllocationFault(int64_t number, int64_t more = 0) { left_ = number, more_ = more; }
+  ~AllocationFault() { left_ = more_ = 0; }
   AllocationFault(const AllocationFault&) = delete;
   AllocationFault& operator=(const AllocationFault&) = delete;
 
-  bool Hit() const;  // whether there were that many allocations
+  bool Hit() const { return left_ == 0; }  // whether there were that many allocations
+
+  static bool Fails() { return left_ > 0 ? --left_ == 0 : more_ > 0 && --more_ >= 0; }
+
+ private:
+  inline static int64_t left_, more_;
 };
+
+inline int64_t liveBlocks;
 
 // Blocks allocated and not freed so far. May fall below zero through blocks of others that are
 // freed here: compare differences.
-int64_t LiveBlocks();
+inline int64_t LiveBlocks() { return liveBlocks; }
 
 }  // namespace tavrix_test

@@ -4,70 +4,48 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <regex>
 #include <set>
-#include <span>
 #include <string>
+#include <tuple>
 
 namespace {
 
-struct Failure {
-  const char* module;
-  int32_t line;
-  uint32_t code;
-};
+using Failure = std::tuple<const char*, int32_t, uint32_t>;  // module, line, code
 
 // Cases let allocations fail while they raise: no memory is asked for.
-constexpr int kMost = 256;
-Failure failures[kMost];
-int count;
+Failure failures[256], *end = failures;
 
 void Note(const char* module, int32_t line, uint32_t code) {
-  for (int i = 0; i < count; ++i) {
-    const Failure& known = failures[i];
-    if (known.module == module && known.line == line && known.code == code) return;
-  }
-  if (count < kMost) failures[count++] = {module, line, code};
-}
-
-// "module line code" of every row. The code is the whole one, which the page gives in brackets when
-// it has more than the trail shows.
-std::set<std::string> Page(std::set<std::string>* modules) {
-  std::set<std::string> rows;
-  std::ifstream page(TAVRIX_SOURCES "/docs/error-codes.md");
-  std::string module;
-  for (std::string line; std::getline(page, line);) {
-    if (line == "## Messages") break;
-    if (line.starts_with("## ")) {
-      module = line.substr(3, line.find(':') - 3);
-      modules->insert(module);
-    } else if (line.starts_with("| ") && isdigit(line[2])) {
-      std::string code = line.substr(line.find('|', 2) + 2);
-      size_t whole = code.find("(`0x");
-      uint32_t number = static_cast<uint32_t>(whole < code.find('|')
-                                                  ? std::stoul(code.substr(whole + 2), nullptr, 16)
-                                                  : std::stoul(code));
-      rows.insert(module + " " + std::to_string(std::stoi(line.substr(2))) + " " +
-                  std::to_string(number));
-    }
-  }
-  return rows;
+  const Failure failure(module, line, code);
+  if (std::find(failures, end, failure) == end && end < std::end(failures)) *end++ = failure;
 }
 
 // Runs when a process ends in order, a child's, too; those of fatal failures among them.
 void Check() {
-  std::set<std::string> modules;
-  const std::set<std::string> rows = Page(&modules);
-  for (const Failure& failure : std::span(failures, static_cast<size_t>(count))) {
-    if (!modules.contains(failure.module)) continue;
-    std::string row = std::string(failure.module) + " " + std::to_string(failure.line) + " " +
-                      std::to_string(failure.code);
-    if (rows.contains(row)) continue;
-    fprintf(stderr, "%s: raised, and not on the page of error codes\n", row.c_str());
+  // The code in brackets is the whole one, where the page shows it as the trail does.
+  static const std::regex row(R"(\| (\d+) \| (\d+)(?: \(`(0x\w+)`\))?.*)");
+  std::set<std::string> rows;
+  std::ifstream page(TAVRIX_SOURCES "/docs/error-codes.md");
+  std::string module;
+  std::smatch found;
+  for (std::string line; std::getline(page, line) && line != "## Messages";) {
+    if (line.starts_with("## ")) rows.insert(module = line.substr(3, line.find(':') - 3));
+    if (!std::regex_match(line, found, row)) continue;
+    const auto code = found[3].matched ? std::stoul(found[3], nullptr, 16) : std::stoul(found[2]);
+    rows.insert(module + " " + std::to_string(std::stoi(found[1])) + " " + std::to_string(code));
+  }
+  for (const Failure* failure = failures; failure < end; ++failure) {
+    const auto& [of, line, code] = *failure;
+    const std::string raised = std::string(of) + " " + std::to_string(line) + " ";
+    if (!rows.contains(of) || rows.contains(raised + std::to_string(code))) continue;
+    fprintf(stderr, "%s%u: raised, and not on the page of error codes\n", raised.c_str(), code);
     _exit(98);
   }
 }

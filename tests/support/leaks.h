@@ -8,16 +8,12 @@
 namespace tavrix_test {
 
 // Blocks allocated while it lives are not reported.
-class LeakExpected {
- public:
 #if defined(__SANITIZE_ADDRESS__)
-  LeakExpected() { __lsan_disable(); }
-  ~LeakExpected() { __lsan_enable(); }
+using LeakExpected = __lsan::ScopedDisabler;
 #else
+struct LeakExpected {
   LeakExpected() {}
-#endif
-  LeakExpected(const LeakExpected&) = delete;
-  LeakExpected& operator=(const LeakExpected&) = delete;
 };
+#endif
 
 }  // namespace tavrix_test

@@ -1,0 +1,150 @@
+// Names of files, temporary ones, and variables of the environment.
+#include "tests/support/name_model.h"
+#include "tests/support/test.h"
+
+namespace {
+
+using tavrix_test::Tree;
+
+TEST(PosixName, FullNamesAreAsTheModelSays) {
+  for (const char* folder : {"/usr", "/"}) {
+    ASSERT_EQ(chdir(folder), 0);
+    auto trial = [folder](tavrix_test::Choices& choices) -> std::string {
+      char full[2 * PATH_MAX];
+      std::string name;
+      for (uint32_t pieces = choices.Below(9) + 1; pieces > 0; --pieces)
+        name += choices.One({"/", "\\", ".", "..", "a", "long \xE4", "...", "C:", "/", "/"});
+      GetFullPathNameA(name.c_str(), sizeof full, full, nullptr);
+      return full == tavrix_test::ModelFull(name, folder) ? "" : name + " in " + folder;
+    };
+    EXPECT_EQ(tavrix_test::RunTrials(1, 10'000, trial), "");
+  }
+}
+
+TEST(PosixName, FullNamesObeyTheBuffer) {
+  ASSERT_EQ(chdir("/usr"), 0);
+  const std::string longest(260, 'a');
+  const struct {
+    const char* name;
+    DWORD size, result;
+    const char *full, *part;
+    DWORD error;
+  } kRows[] = {{"/abc", 4, 5, "x", nullptr, 0},
+               {"/abc", 5, 4, "/abc", "abc", 0},
+               {"/abc/", 300, 5, "/abc/", nullptr, 0},
+               {"C:", 300, 2, "C:", nullptr, 0},
+               {"C:abc", 300, 5, "C:abc", "abc", 0},
+               {"", 300, 0, "x", nullptr, ERROR_INVALID_NAME},
+               {nullptr, 300, 0, "x", nullptr, ERROR_INVALID_NAME},
+               {longest.c_str(), 300, 0, "x", nullptr, ERROR_FILENAME_EXCED_RANGE}};
+  for (const auto& row : kRows) {
+    char buffer[300] = "x", *part = nullptr;
+    SetLastError(0);
+    EXPECT_EQ(GetFullPathNameA(row.name, row.size, buffer, &part), row.result);
+    EXPECT_STREQ(buffer, row.full);
+    EXPECT_STREQ(part, row.part) << buffer;
+    EXPECT_EQ(GetLastError(), row.error);
+  }
+  EXPECT_EQ(GetFullPathNameA("/abc", 300, nullptr, nullptr), 5u);
+  EXPECT_EQ(GetFullPathNameA(longest.c_str() + 1, 0, nullptr, nullptr), 265u) << "over the limit";
+  EXPECT_EQ(GetFileAttributesA(""), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+}
+
+TEST(PosixName, TemporaryFilesHaveNamesOfTheirOwn) {
+  Tree tree;
+  tree.File("file");
+  tree.Dir("dir");
+  std::set<std::string> names;
+  for (int i = 0; i < 300; ++i) {
+    // As the library calls it: the name comes directly behind the folder's text.
+    char block[2 * MAX_PATH], expected[16];
+    strcpy(block, tree.Path("dir").c_str());
+    char* name = block + strlen(block);
+    const UINT number = GetTempFileNameA(block, i % 2 ? "prefix" : nullptr, 0, name);
+    snprintf(expected, sizeof expected, "/%s%X.tmp", i % 2 ? "pre" : "", number);
+    EXPECT_EQ(name, tree.Path("dir") + expected);
+    EXPECT_TRUE(std::filesystem::is_empty(name));
+    names.insert(name);
+  }
+  EXPECT_EQ(names.size(), 300u);
+  char name[MAX_PATH];
+  EXPECT_EQ(GetTempFileNameA("/a\\b/", "x", 0x12345, name), 0x2345u);
+  EXPECT_STREQ(name, "/a/b/x2345.tmp");
+  // The longest name has 259 bytes.
+  EXPECT_EQ(GetTempFileNameA(std::string(247, 'n').c_str(), "pre", 0xFFFF, name), 0xFFFFu);
+  EXPECT_EQ(strlen(name), 259u);
+  const std::tuple<std::string, UINT, int, DWORD> kRows[] = {
+      // folder, number, the failure of a call, last error
+      {tree.Path("none"), 0, 0, ERROR_DIRECTORY},
+      {tree.Path("file"), 0, 0, ERROR_DIRECTORY},
+      {"", 0, 0, ERROR_DIRECTORY},
+      {std::string(248, 'n'), 0xFFFF, 0, ERROR_BUFFER_OVERFLOW},
+      {std::string(500, 'n'), 0xFFFF, 0, ERROR_BUFFER_OVERFLOW},
+      {tree.Path("dir"), 0, EEXIST, ERROR_FILE_EXISTS},  // under every number
+      {tree.Path("dir"), 0, EACCES, ERROR_ACCESS_DENIED}};
+  for (const auto& [folder, number, failure, error] : kRows) {
+    tavrix_test::CallFault fault(failure ? "open" : "", failure);
+    EXPECT_EQ(GetTempFileNameA(folder.c_str(), "pre", number, name), 0u) << folder;
+    EXPECT_EQ(GetLastError(), error) << folder;
+  }
+}
+
+// The value, or "<code>" with the last error when there is none.
+std::string Get(const char* name, DWORD size = 64) {
+  char buffer[64] = "";
+  SetLastError(0);
+  const DWORD length = GetEnvironmentVariableA(name, buffer, size);
+  return length == 0 && GetLastError() != 0 ? "<" + std::to_string(GetLastError()) + ">"
+                                            : std::to_string(length) + buffer;
+}
+
+TEST(PosixName, VariablesPreferTheExactSpelling) {
+  clearenv();
+  setenv("Tavrix", "TEST=", 1);
+  setenv("path", "/a::/b", 1);
+  const struct {
+    const char *name, *value;
+    DWORD error;
+    std::string all;  // that there are then
+  } kSteps[] = {{"TAVRIX", "2", 0, "Tavrix=2 path=/a::/b"},
+                {"Path", "/x;/y", 0, "Tavrix=2 path=/x:/y"},
+                {"Paths", "/x;/y", 0, "Tavrix=2 path=/x:/y Paths=/x;/y"},
+                {"path", nullptr, 0, "Tavrix=2 Paths=/x;/y"},
+                {"PATH", nullptr, ERROR_ENVVAR_NOT_FOUND, "Tavrix=2 Paths=/x;/y"},
+                {"Q", "", 0, "Tavrix=2 Paths=/x;/y Q="},
+                {"a=b", "x", ERROR_INVALID_PARAMETER, "Tavrix=2 Paths=/x;/y Q="},
+                {nullptr, "x", ERROR_INVALID_PARAMETER, "Tavrix=2 Paths=/x;/y Q="},
+                {"", "x", ERROR_INVALID_PARAMETER, "Tavrix=2 Paths=/x;/y Q="}};
+  for (const auto& step : kSteps) {
+    SetLastError(0);
+    EXPECT_EQ(SetEnvironmentVariableA(step.name, step.value), step.error == 0);
+    EXPECT_EQ(GetLastError(), step.error);
+    std::string all;
+    for (char** entry = environ; *entry; ++entry)
+      all += (all.empty() ? "" : " ") + std::string(*entry);
+    EXPECT_EQ(all, step.all);
+  }
+  setenv("tavrix", "1", 1);
+  setenv("A=B", "3", 1);
+  setenv("PATH", "/a::/b", 1);
+  for (const auto& [name, value] :
+       std::initializer_list<std::pair<const char*, const char*>>{{"tavrix", "11"},
+                                                                  {"Tavrix", "12"},
+                                                                  {"TAVRIX", "12"},
+                                                                  {"Q", "0"},
+                                                                  {"Path", "6/a;;/b"},
+                                                                  {"PATHS", "5/x;/y"},
+                                                                  {"TAVRI", "<203>"},
+                                                                  {"TAVRIXS", "<203>"},
+                                                                  {"", "<203>"},
+                                                                  {nullptr, "<203>"}})
+    EXPECT_EQ(Get(name), value) << name;
+  EXPECT_EQ(Get("PATH", 6), "7") << "the size that would do";
+  EXPECT_EQ(Get("PATH", 7), "6/a;;/b");
+  EXPECT_EQ(GetEnvironmentVariableA("PATH", nullptr, 100), 7u);
+  clearenv();
+  EXPECT_EQ(Get("PATH"), "<203>");
+}
+
+}  // namespace
