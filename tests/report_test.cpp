@@ -15,7 +15,7 @@ TEST(Report, LongNamesInBuiltInMessagesAreCut) {
     const size_t last = format.rfind("%s");
     ErrCurrent->nPending = 0;
     ErrClear();
-    if (last == format.npos) continue;
+    if (last == format.npos || format.find("%c") != format.npos) continue;  // may be a NUL
     const bool ends = format.rfind('%') != last || text.ends_with("n" + format.substr(last + 2));
     EXPECT_TRUE(ends && text.starts_with(format.substr(0, format.find('%')))) << text;
     EXPECT_TRUE(text.size() == 510 || (text.size() == 509 && format.find("%s") != last)) << text;
