@@ -1,5 +1,7 @@
 // The console by numbered commands, against the real console calls and on a terminal.
 
+#include <array>
+
 #include "tests/support/test.h"
 
 namespace quern {
@@ -26,12 +28,30 @@ void Do(uint32_t command, uintptr_t a = 0, uintptr_t b = 0) {
   EXPECT_EQ(CslSet(command, a, b), 0) << command;
 }
 
-// A command, and what another one tells then; 77 is not set.
-struct Step {
-  uint32_t command;
-  int32_t a, b;
-  Pair told;
-};
+// Of six numbers each, with "," between the rows.
+std::vector<std::array<int64_t, 6>> Rows(std::string text) {
+  std::replace(text.begin(), text.end(), ',', ' ');
+  std::istringstream numbers(text);
+  numbers.unsetf(std::ios::basefield);
+  std::vector<std::array<int64_t, 6>> rows;
+  for (std::array<int64_t, 6> row; numbers >> row[0];) {
+    for (int i = 1; i < 6; ++i) numbers >> row[static_cast<size_t>(i)];
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+// Each row: a command with two values, and one that is asked for then with what it tells; 77 is not
+// set. From column 11, row 6.
+void ExpectSteps(const char* rows) {
+  for (auto [command, a, b, asked, first, second] : Rows(rows)) {
+    Do(CSL_POSITION, 11, 6);
+    Do(static_cast<uint32_t>(command), static_cast<uintptr_t>(a), static_cast<uintptr_t>(b));
+    EXPECT_EQ(Get(static_cast<uint32_t>(asked)),
+              (Pair{static_cast<int32_t>(first), static_cast<int32_t>(second)}))
+        << command << ' ' << a << ' ' << asked;
+  }
+}
 
 WORD AttributeAt(int16_t x, int16_t y) {
   WORD attribute = 0xFFFF;
@@ -42,54 +62,20 @@ WORD AttributeAt(int16_t x, int16_t y) {
 
 TEST(Console, CommandsMoveTheCursor) {
   auto body = [] {
-    CONSOLE_SCREEN_BUFFER_INFO info = {};
-    GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info);
-    const int32_t left = info.srWindow.Left, width = info.srWindow.Right - left + 1;
-    const int32_t top = info.srWindow.Top, height = info.srWindow.Bottom - top + 1;
-    const int32_t columns = info.dwSize.X, rows = info.dwSize.Y;
     uint32_t echo = 7;
     EXPECT_EQ(CslInMode(4, &echo), 0);
     EXPECT_EQ(echo, 1u);
-    // From column 11, row 6; columns and rows count from 1. A column and a row have 16 bits, and
-    // the console refuses column 0.
-    const Step kMoves[] = {{CSL_POSITION, 1, 1, {1, 1}},
-                           {CSL_FORWARD, 5, 0, {16, 6}},
-                           {CSL_FORWARD, 2 * width - 10, 0, {1, 8}},
-                           {CSL_FORWARD, 0x10003, 0, {14, 6}},
-                           {CSL_FORWARD, -11, 0, {11, 6}},
-                           {CSL_DOWN, 2, 0, {11, 8}},
-                           {CSL_DOWN, -3, 0, {11, 3}},
-                           {CSL_FORWARD_DOWN, width + 2, 3, {13, 10}},
-                           {CSL_FORWARD_DOWN, -12, 0, {65534 % width + 1, 6}},
-                           {CSL_PACKED, 4 << 16 | 9, 0, {9, 4}},
-                           {CSL_COLUMN, 3, 0, {3, 6}},
-                           {CSL_ROW, 3, 0, {11, 3}},
-                           {CSL_PACKED_WINDOW, 2 << 16 | 3, 0, {14, 8}},
-                           {CSL_COLUMN_WINDOW, -4, 0, {7, 6}},
-                           {CSL_ROW_WINDOW, 1, 0, {11, 7}},
-                           {CSL_POSITION_WINDOW, 1, 0x50002, {12, 8}}};
-    for (const Step& move : kMoves) {
-      Do(CSL_POSITION, 11, 6);
-      Do(move.command, static_cast<uintptr_t>(move.a), static_cast<uintptr_t>(move.b));
-      EXPECT_EQ(Get(CSL_POSITION), move.told) << &move - kMoves;
-    }
-    Do(CSL_POSITION, 11, 6);
-    const std::pair<uint32_t, Pair> kTold[] = {
-        {CSL_COLUMN, {11, 77}},
-        {CSL_COLUMN | kCslNoObject, {11, 77}},
-        {CSL_ROW, {6, 77}},
-        {CSL_COLUMN_WINDOW, {11 - left, 77}},
-        {CSL_ROW_WINDOW, {6 - top, 77}},
-        {CSL_PACKED, {6 << 16 | 11, 77}},
-        {CSL_PACKED_WINDOW, {(6 - top) << 16 | (11 - left), 77}},
-        {CSL_POSITION_WINDOW, {11 - left, 6 - top}},
-        {CSL_WINDOW_SIZE, {width, height}},
-        {CSL_BUFFER_SIZE, {columns, rows}},
-        {CSL_WINDOW_WIDTH, {width, 77}},
-        {CSL_WINDOW_HEIGHT, {height, 77}},
-        {CSL_BUFFER_WIDTH, {columns, 77}},
-        {CSL_BUFFER_HEIGHT, {rows, 77}}};
-    for (auto [command, told] : kTold) EXPECT_EQ(Get(command), told) << command;
+    // A column and a row have 16 bits, and the console refuses column 0.
+    ExpectSteps(R"(
+        108 1 1 108 1 1,    102 5 0 108 16 6,   102 150 0 108 1 8,       102 0x10003 0 108 14 6,
+        102 -11 0 108 11 6, 103 2 0 108 11 8,   103 -3 0 108 11 3,       104 82 3 108 13 10,
+        104 -12 0 108 15 6, 106 3 0 108 3 6,    105 0x40009 0 108 9 4,   109 0x20003 0 108 14 8,
+        200 -4 0 108 7 6,   107 3 0 108 11 3,   202 1 0x50002 108 12 8,  201 1 0 108 11 7,
+        103 0 0 105 0x6000B 77, 103 0 0 106 11 77,  103 0 0 107 6 77,    103 0 0 109 0x6000B 77,
+        103 0 0 200 11 77,  103 0 0 201 6 77,   103 0 0 202 11 6,        103 0 0 204 80 77,
+        103 0 0 205 25 77,  103 0 0 206 80 25)");
+    EXPECT_EQ(Get(CSL_COLUMN | kCslNoObject), (Pair{11, 77}));
+    EXPECT_EQ(Get(CSL_BUFFER_SIZE), (Pair{Get(CSL_BUFFER_WIDTH).a, Get(CSL_BUFFER_HEIGHT).a}));
     uintptr_t screen = 0;
     EXPECT_EQ(CslGet(CSL_SCREEN, &screen, nullptr), 0);
     EXPECT_EQ(reinterpret_cast<CONSOLE_SCREEN_BUFFER_INFO*>(screen)->dwCursorPosition.Y, 5);
@@ -108,16 +94,7 @@ TEST(Console, CursorShapeIsSetAndPutBack) {
     EXPECT_EQ(CslCurrent->header.flags, INST_OWNED | INST_IMPLICIT);
     const Pair found = Get(CSL_SIZE);
     EXPECT_EQ(Get(CSL_HIDDEN).a, 0);
-    const std::tuple<uint32_t, uintptr_t, uint32_t, int32_t> kShapes[] = {
-        {CSL_HIDDEN, 0, CSL_HIDDEN, 1},
-        {CSL_RESTORE_CURSOR, 0, CSL_HIDDEN, 0},
-        {CSL_HIDDEN, 0, CSL_VISIBLE, 0},
-        {CSL_SIZE, 90, CSL_SIZE, 90},
-        {CSL_VISIBLE, 0, CSL_VISIBLE, 1}};
-    for (auto [command, a, asked, told] : kShapes) {
-      Do(command, a);
-      EXPECT_EQ(Get(asked).a, told) << command;
-    }
+    ExpectSteps("90 0 0 90 1 77, 1 0 0 90 0 77, 90 0 0 91 0 77, 92 90 0 92 90 77, 91 0 0 91 1 77");
     Do(CSL_HIDDEN);
     EXPECT_EQ(CslClass(0), 0u);
     EXPECT_EQ(Get(CSL_SIZE | kCslNoObject), found);
@@ -131,24 +108,20 @@ TEST(Console, CursorShapeIsSetAndPutBack) {
 TEST(Console, AttributesWrittenAreReadBack) {
   auto body = [] {
     Do(CSL_POSITION, 3, 2);
-    const int32_t saved = Get(CSL_COLOUR).a, own = saved & 15, back = saved & 0xF0;
+    Do(CSL_TEXT_COLOUR, 0x07);
+    CslClass(0);
+    ExpectSteps(R"(
+        405 0x1E 0 409 0x1E 77,  405 0x1E 0 410 14 77,  405 0x1E 0 411 16 77,  405 0x1E 0 412 14 16,
+        405 0x1E 0 408 7 0,      405 0x1E 0 406 7 77,   405 0x1E 0 407 0 77,   405 0x1E 0 405 7 77,
+        406 0x3A 0 409 10 77,    407 0x3A 0 409 55 77,  408 58 91 409 90 77,
+        409 0x1234 0 409 52 77,  412 9 16 409 0x19 77,    2 0 0 409 7 77)");
     // The current colour is that of the cell at the cursor, not that of new text.
     EXPECT_EQ(CslPaint(0x65, 2, 1, 12, 1, 0, 0), 0);
-    Do(CSL_COLOUR, 0x1E);
-    const std::pair<uint32_t, Pair> kTold[] = {
-        {CSL_TEXT_COLOUR, {0x1E, 77}},     {CSL_TEXT_FOREGROUND, {0x0E, 77}},
-        {CSL_TEXT_BACKGROUND, {0x10, 77}}, {CSL_TEXT_COLOURS, {0x0E, 0x10}},
-        {CSL_COLOURS, {own, back}},       {CSL_FOREGROUND, {own, 77}},
-        {CSL_BACKGROUND, {back, 77}}};
-    for (auto [command, told] : kTold) EXPECT_EQ(Get(command), told) << command;
-    const Step kSteps[] = {
-        {CSL_FOREGROUND, 0x3A, 0, {0x0A + back, 77}}, {CSL_BACKGROUND, 0x3A, 0, {own + 0x30, 77}},
-        {CSL_COLOURS, 0x3A, 0x5B, {0x5A, 77}},        {CSL_TEXT_COLOUR, 0x1234, 0, {0x34, 77}},
-        {CSL_TEXT_FOREGROUND, 0x09, 0, {0x69, 77}},   {CSL_TEXT_BACKGROUND, 0x90, 0, {0x95, 77}},
-        {CSL_TEXT_COLOURS, 0x09, 0x10, {0x19, 77}},   {CSL_RESTORE_COLOUR, 0, 0, {saved, 77}}};
-    for (const Step& step : kSteps) {
-      Do(step.command, static_cast<uintptr_t>(step.a), static_cast<uintptr_t>(step.b));
-      EXPECT_EQ(Get(CSL_TEXT_COLOUR), step.told) << &step - kSteps;
+    for (auto [command, colour, told] :
+         {std::tuple(CSL_TEXT_FOREGROUND, 9u, 0x69), {CSL_TEXT_BACKGROUND, 0x90u, 0x95}}) {
+      Do(CSL_POSITION, 3, 2);
+      Do(command, colour);
+      EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, told);
     }
     CslPaint(0, 4, 1, 6, 1, 0x80, 0x01);  // masks
     Do(CSL_POSITION, 7, 2);
@@ -254,41 +227,21 @@ TEST(Console, ColourPairsAndEscapeTexts) {
 }
 
 TEST(Console, ProgressDrawsWhatIsMissing) {
-  const struct {
-    uint32_t command, value, low, high, width, drawn;
-  } steps[] = {
-      {PROGRESS_FULL, 0, 0, 100, 0, 0},
-      {9, 1, 0, 100, 20, 0},
-      {PROGRESS_UP, 0, 10, 110, 20, 0},
-      {PROGRESS_UP, 1, 0, 100, 20, 1},
-      {PROGRESS_START, 4, 0, 100, 200, 1},
-      {PROGRESS_START, 0, 0, 100, 20, 1},
-      {PROGRESS_ADD_PER_CENT, 2000, 0, 400, 40, 3},  // 1 + 2
-      {PROGRESS_UP, 50, 0, 100, 20, 10},
-      {PROGRESS_UP, 60, 0, 100, 20, 12},
-      {PROGRESS_UP, 10, 0, 100, 20, 12},
-      {PROGRESS_ADD, 10, 0, 100, 20, 14},  // 12 + 2
-      {PROGRESS_ADD, 14, 0, 100, 20, 14},
-      {PROGRESS_ADD_PER_CENT, 2000, 0, 100, 20, 16},
-      {PROGRESS_UP, 85, 0, 100, 20, 17},
-      {PROGRESS_ADD_PART, 100, 0, 100, 200, 19},
-      {PROGRESS_DOWN, 30, 10, 110, 25, 20},
-      {PROGRESS_DOWN, 5, 10, 110, 20, 21},
-      {PROGRESS_UP, 5, 10, 110, 20, 21},  // below the range: no number of characters, so 1
-      {PROGRESS_UP, 24, 7, 7, 20, 21},
-      {PROGRESS_UP, 31, 7, 7, 20, 24},
-      {PROGRESS_UP, 5, 110, 10, 20, 24},
-      {PROGRESS_UP, 0xFFFFFFFF, 0, 1, 0xFFFFFFFF, 24},
-      {PROGRESS_FULL, 0, 0, 100, 26, 26},
-      {PROGRESS_FULL, 0, 0, 100, 26, 26},
-      {PROGRESS_START, 4, 0, 100, 100, 26},
-      {PROGRESS_ADD, 20, 0, 100, 100, 31},  // 26 + 20 / 4
-  };
+  constexpr char kSteps[] = R"(
+      6 0 0 100 0 0, 9 1 0 100 20 0, 0x80000001 0 10 110 20 0, 0x80000001 1 0 100 20 1,
+      0x80000007 4 0 100 200 1, 0x80000007 0 0 100 20 1, 4 2000 0 400 40 3,
+      0x80000001 50 0 100 20 10, 0x80000001 60 0 100 20 12, 0x80000001 10 0 100 20 12,
+      3 10 0 100 20 14, 3 14 0 100 20 14, 4 2000 0 100 20 16, 0x80000001 85 0 100 20 17,
+      5 100 0 100 200 19, 0x80000002 30 10 110 25 20, 0x80000002 5 10 110 20 21,
+      0x80000001 5 10 110 20 21, 0x80000001 24 7 7 20 21, 0x80000001 31 7 7 20 24,
+      0x80000001 5 110 10 20 24, 0x80000001 0xFFFFFFFF 0 1 0xFFFFFFFF 24, 6 0 0 100 26 26,
+      6 0 0 100 26 26, 0x80000007 4 0 100 100 26, 3 20 0 100 100 31)";
   testing::internal::CaptureStdout();
-  for (const auto& step : steps)
-    EXPECT_EQ(CslProgress(step.command, step.value, step.low, step.high, step.width, '*'),
-              step.drawn)
-        << &step - steps;
+  for (auto row : Rows(kSteps)) {
+    uint32_t n[6];
+    std::copy(row.begin(), row.end(), n);
+    EXPECT_EQ(CslProgress(n[0], n[1], n[2], n[3], n[4], '*'), n[5]) << n[0] << ' ' << n[1];
+  }
   EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(31, '*'));
 }
 
