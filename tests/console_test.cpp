@@ -151,38 +151,31 @@ TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
       return tavrix_test::Line("%02X %02X %02X %02X %02X", AttributeAt(0, 0), AttributeAt(right, 1),
                                AttributeAt(3, 2), AttributeAt(4, 2), AttributeAt(right, bottom));
     };
-    const struct {
-      uint32_t command;
-      uintptr_t a, b;
-      const char* cells;
-      int32_t text;  // over what was at the cursor before
-    } kClears[] = {{CSL_CLEAR, 0x25, 0, "20 20 20 20 20", 0x20},
-                   {CSL_CLEAR_ON, 0x30, 0, "20 20 20 30 30", 0x30},
-                   {CSL_CLEAR_ROWS, 0x40, 0, "20 20 40 40 40", 0x40},
-                   {CSL_CLEAR_COLOURS, 0x5C, 0x6D, "6C 6C 6C 6C 6C", 0x50}};
-    Do(CSL_POSITION, 5, 3);
-    for (const auto& row : kClears) {
-      Do(row.command, row.a, row.b);
-      EXPECT_EQ(cells(), row.cells);
-      EXPECT_EQ(Get(CSL_TEXT_COLOUR).a & 0xF0, row.text);
+    // The background of new text is laid over what was at the cursor before.
+    std::string cleared;
+    for (auto [command, a, b, x, y, text] : Rows("413 37 0 0 0 32, 403 48 0 0 0 48, "
+                                                 "417 64 0 0 0 64, 414 0x5C 0x6D 0 0 80")) {
+      Do(CSL_POSITION, 5, 3);
+      Do(static_cast<uint32_t>(command), static_cast<uintptr_t>(a), static_cast<uintptr_t>(b));
+      EXPECT_EQ(Get(CSL_TEXT_COLOUR).a & 0xF0, text) << command;
+      cleared += cells() + ", ";
     }
-    // Ends outside the buffer are its own; an end in front of the start is a failure.
-    const struct {
-      uint32_t colour;
-      int32_t x1, y1, x2, y2, result;
-      const char* cells;
-    } kPaints[] = {
-        {0x11, -5, -5, 2, 0, 0, "11 6C 6C 6C 6C"},
-        {0x22, 0, bottom, 0, bottom + 2, 0, "11 6C 6C 6C 22"},
-        {0x33, 4, 2, 3, 2, -2, "11 6C 6C 6C 22"},
-        {0x33, 3, 2, 3, 2, 0, "11 6C 6C 6C 22"},
-        {0x33, 0, 0, 0, 0, 0, "11 6C 6C 6C 22"},
-        {0x44, 0, bottom + 3, 1, bottom + 3, 0, "44 44 44 44 44"},  // both behind the end
-        {0x55, 0, bottom + 2, -1, -1, 0, "44 44 44 44 44"}};        // a row there is none
-    for (const auto& row : kPaints) {
-      EXPECT_EQ(CslPaint(row.colour, row.x1, row.y1, row.x2, row.y2, 0, 0), row.result);
-      EXPECT_EQ(cells(), row.cells) << &row - kPaints;
+    EXPECT_EQ(cleared, "20 20 20 20 20, 20 20 20 30 30, 20 20 40 40 40, 6C 6C 6C 6C 6C, ");
+    // Ends outside the buffer are its own; an end in front of the start is a failure. Of rows that
+    // count from the last one.
+    std::string painted;
+    for (auto [colour, x1, y1, x2, y2, result] : Rows("0x22 0 0 0 2 0, 0x33 1 0 0 0 -2, 0x33 0 0 0 "
+                                                      "0 0, 0x44 0 3 1 3 0, 0x55 0 2 -1 -99 0")) {
+      auto at = [&](int64_t y) { return static_cast<int32_t>(y == -99 ? -1 : y + bottom); };
+      EXPECT_EQ(CslPaint(static_cast<uint8_t>(colour), static_cast<int32_t>(x1), at(y1),
+                         static_cast<int32_t>(x2), at(y2), 0, 0),
+                result);
+      painted += cells() + ", ";
     }
+    EXPECT_EQ(painted,
+              "6C 6C 6C 6C 22, 6C 6C 6C 6C 22, 6C 6C 6C 6C 22, 44 44 44 44 44, 44 44 44 44 44, ");
+    EXPECT_EQ(CslPaint(0x11, -5, -5, 2, 0, 0, 0), 0);
+    EXPECT_TRUE(AttributeAt(1, 0) == 0x11 && AttributeAt(2, 0) == 0x44);
   };
   ON_CONSOLE(body);
 }
@@ -293,56 +286,38 @@ using tavrix_test::Terminal;
 TEST(Console, ColoursArriveAtTheTerminal) {
   Terminal terminal(40, 5);
   EXPECT_EQ(terminal.Run([] {
-    CslSet(CSL_TEXT_COLOUR, 0x1E, 0);
-    printf("a");
-    Do(CSL_ANSI_MODE, 1);
-    CslSet(CSL_TEXT_COLOUR, 0x24, 0);
-    printf("b");
-    CslSet(CSL_COLOUR, 0x31, 0);  // not as a text in either mode
-    printf("c");
-    CslSet(CSL_ANSI_MODE, 0, 0);
-    printf("d");
-    CslSet(CSL_COLOUR, 0xB9, 0);
-    printf("e");
+    const uint32_t kSteps[][2] = {{CSL_TEXT_COLOUR, 0x1E}, {CSL_ANSI_MODE, 1},
+                                  {CSL_TEXT_COLOUR, 0x24}, {CSL_COLOUR, 0x31},
+                                  {CSL_ANSI_MODE, 0},      {CSL_COLOUR, 0xB9}};
+    for (auto [command, value] : kSteps) Do(command, value), printf("a");
   }),
             0);
-  EXPECT_EQ(terminal.Text(), "abcde");
-  EXPECT_EQ(terminal.At(0, 0).look, (Look{11, 4}));
-  EXPECT_EQ(terminal.At(1, 0).look, (Look{1, 2}));
-  EXPECT_EQ(terminal.At(2, 0).look, (Look{4, 6}));
-  EXPECT_EQ(terminal.At(3, 0).look, Look());
-  EXPECT_EQ(terminal.At(4, 0).look, (Look{12, 14}));
+  const Look wanted[] = {{11, 4}, {7, 0}, {1, 2}, {4, 6}, {}, {12, 14}};
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(terminal.At(i, 0).look, wanted[i]) << i;
   EXPECT_EQ(terminal.CurrentLook(), Look());
   EXPECT_NE(terminal.Bytes().find("\x1B[0;31;42m"), std::string::npos);
 }
 
 // A question costs a round trip to the terminal, and 400 ms with one that is mute.
 TEST(Console, AsksForTheCursorOnlyWhereItCounts) {
-  auto questions = [](const std::function<void()>& body) {
+  auto questions = [](bool set, uint32_t command) {
     Terminal terminal(20, 5);
-    EXPECT_EQ(terminal.Run(body), 0);
+    EXPECT_EQ(terminal.Run([&] {
+      CslSet(CSL_OPEN, 0, 0);
+      set ? CslSet(command, 1, 1) : CslGet(command, nullptr, nullptr);
+    }),
+              0);
     return terminal.Questions();
   };
-  const int first = questions([] { CslSet(CSL_OPEN, 0, 0); });
-  struct {
-    bool set;
-    int asked;
-    std::vector<uint32_t> commands;
-  } const kRows[] = {
-      {true, 0, {CSL_KEEP, 100, CSL_COLOUR, CSL_FOREGROUND, CSL_BACKGROUND, CSL_COLOURS}},
-      {true, 0, {CSL_TEXT_COLOUR, CSL_TEXT_COLOURS, CSL_ANSI_MODE, 501}},
-      {true, 1, {101, CSL_DOWN, CSL_POSITION, CSL_TEXT_FOREGROUND, 500}},
-      {false, 0, {100, CSL_WINDOW_WIDTH, CSL_BUFFER_SIZE, CSL_TEXT_COLOUR, 501}},
-      {false, 1, {101, CSL_POSITION, CSL_POSITION_WINDOW, CSL_SCREEN}},
-  };
-  for (const auto& row : kRows)
-    for (uint32_t command : row.commands)
-      EXPECT_EQ(questions([&] {
-                  CslSet(CSL_OPEN, 0, 0);
-                  row.set ? CslSet(command, 1, 1) : CslGet(command, nullptr, nullptr);
-                }),
-                first + row.asked)
-          << command;
+  const int first = questions(true, CSL_OPEN);
+  for (uint32_t command : {3, 100, 405, 406, 407, 408, 409, 412, 423, 501})
+    EXPECT_EQ(questions(true, command), first) << command;
+  for (uint32_t command : {101, 103, 108, 410, 500})
+    EXPECT_EQ(questions(true, command), first + 1) << command;
+  for (uint32_t command : {100, 204, 210, 409, 501})
+    EXPECT_EQ(questions(false, command), first) << command;
+  for (uint32_t command : {101, 108, 202, 500})
+    EXPECT_EQ(questions(false, command), first + 1) << command;
 }
 
 #endif

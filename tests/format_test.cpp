@@ -99,23 +99,16 @@ TEST(Format, UnhexReadsWhatPeopleWrite) {
 }
 
 TEST(Format, DumpsShowLabelsDigitsAndCharacters) {
-  const struct {
-    uint32_t flags;
-    int32_t lineBytes;
-    const char* lines;
-  } kRows[] = {
-      {0, 16, " 41 7F C4                                         A.\xC4\n"},
-      {DUMP_OFFSET, 16, "0xFFFFFFF0: 41 7F C4                                         A.\xC4\n"},
-      {DUMP_FILEOFFSET, 2,
-       "0xFFFFFFF0: 41 7F                                            A.\n"
-       "0xFFFFFFF2: C4                                               \xC4\n"},
+  const std::string digits = " 41 7F C4                                         A.\xC4\n";
+  const std::tuple<uint32_t, int32_t, std::string> kRows[] = {
+      {0, 16, digits},
+      {DUMP_OFFSET, 16, "0xFFFFFFF0:" + digits},
       {DUMP_HEADER | DUMP_ADDRESS, 256, "   Address:0x"},
-      {DUMP_HEADER | DUMP_RULER | DUMP_OFFSET | DUMP_ADDRESS, -5, "    Offset:  0  1  2"},
-  };
-  for (const auto& row : kRows) {
-    FmtLineBytes = row.lineBytes;
-    const std::string lines = Printed([&] { FmtDump("A\x7F\xC4", 3, 0xFFFFFFF0, row.flags); });
-    EXPECT_TRUE(lines.starts_with(row.lines)) << row.flags << lines;
+      {DUMP_HEADER | DUMP_RULER | DUMP_OFFSET | DUMP_ADDRESS, -5, "    Offset:  0  1  2"}};
+  for (const auto& [flags, size, wanted] : kRows) {
+    FmtLineBytes = size;
+    const std::string lines = Printed([&, f = flags] { FmtDump("A\x7F\xC4", 3, 0xFFFFFFF0, f); });
+    EXPECT_TRUE(lines.starts_with(wanted)) << flags << lines;
   }
   // Lines hold from 1 to 256 bytes.
   const std::string bytes(700, 'x');
