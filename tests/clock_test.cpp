@@ -5,118 +5,91 @@
 namespace quern {
 namespace {
 
-using std::chrono::system_clock;
-
-TEST(Clock, StampsByFlags) {
-  const SYSTEMTIME time = {2001, 3, 1, 5, 14, 7, 9, 42}, late = {2001, 3, 1, 5, 23, 59, 59, 2999};
-  // The seconds take the place of a date in front of them, and hide a time behind both.
-  const char* const kStamps[16] = {
-      "~",
-      "50829.000000.3",
-      "05.03.2001",
-      "50829.000000.3",
-      "14:07:09",
-      "50829.000000.3 14:07:09",
-      "05.03.2001 14:07:09",
-      "50829.000000.3",
-      "14:07:09:042",
-      "50829.000000.3 14:07:09:042",
-      "05.03.2001 14:07:09:042",
-      "50829.000000.3",
-      "14:07:09:042",
-      "50829.000000.3 14:07:09:042",
-      "05.03.2001 14:07:09:042",
-      "50829.000000.3",
+TEST(Clock, StampsShowThePartsAskedFor) {
+  SYSTEMTIME time = {2001, 3, 1, 5, 14, 7, 9, 42}, wild = {65535, 99, 0, 65535, 99, 99, 99, 65535};
+  const struct {
+    const SYSTEMTIME* time;
+    uint32_t flags;
+    const char* stamp;
+  } kRows[] = {
+      {&time, STAMP_SECONDS, "50829.000000.3"},
+      {&time, STAMP_DATE, "05.03.2001"},
+      {&time, STAMP_DATE | STAMP_SECONDS, "50829.000000.3"},
+      {&time, STAMP_TIME, "14:07:09"},
+      {&time, STAMP_DATE | STAMP_MILLIS, "05.03.2001 14:07:09:042"},
+      {&time, STAMP_SECONDS | STAMP_TIME, "50829.000000.3 14:07:09"},
+      {&wild, STAMP_SECONDS, "362504.000000.3"},
+      {&wild, STAMP_DATE | STAMP_MILLIS, "65535.99.65535 99:99:99:65535"},
   };
-  for (uint32_t flags = 0; flags < 16; ++flags) {
-    strcpy(SharedText, "~");
-    EXPECT_EQ(TimeStamp(&time, flags), SharedText);
-    EXPECT_STREQ(SharedText, kStamps[flags]) << flags;
-  }
-  EXPECT_STREQ(TimeStamp(&late, STAMP_SECONDS), "86401.000000.3");
+  for (const auto& row : kRows) EXPECT_STREQ(TimeStamp(row.time, row.flags), row.stamp);
   // The local time, in the middle of two looks at the clock (time() may lag behind it).
-  auto now = [] { return system_clock::to_time_t(system_clock::now()); };
-  time_t before = now();
-  std::string stamp = TimeStamp(nullptr, STAMP_DATE | STAMP_TIME);
-  std::string around[2];
-  for (int i = 0; i < 2; ++i) {
-    time_t at = i ? now() : before;
+  auto now = [] {
+    const time_t at = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
     char text[32];
     strftime(text, sizeof text, "%d.%m.%Y %H:%M:%S", localtime(&at));
-    around[i] = text;
-  }
-  EXPECT_TRUE(stamp == around[0] || stamp == around[1] || around[0] != around[1]) << stamp;
+    return std::string(text);
+  };
+  const std::string before = now(), stamp = TimeStamp(nullptr, STAMP_DATE | STAMP_TIME);
+  const std::string behind = now();
+  EXPECT_TRUE(stamp == before || stamp == behind || before != behind) << stamp;
 }
 
-// A number over all texts from 0 ms to 100 h. Every home must come to the same.
-TEST(Clock, WatchTextsAreTheSameOnEveryHome) {
-  uint64_t sum = 14695981039346656037u;  // FNV-1a
-  for (uint64_t ms = 0; ms <= 360'000'000; ms += 997) {
-    for (const char* at = WatchText(static_cast<uint32_t>(ms), 0); *at; ++at)
+TEST(Clock, WatchTextsAreTheSameOnEverySystem) {
+  uint64_t sum = 14695981039346656037u;  // FNV-1a over all texts from 0 ms to 100 h
+  for (uint32_t ms = 0; ms <= 360'000'000; ms += 997)
+    for (const char* at = WatchText(ms, 0); *at; ++at)
       sum = (sum ^ static_cast<unsigned char>(*at)) * 1099511628211u;
-  }
   EXPECT_EQ(sum, 17677342030779123311u);  // worked out apart from this code
-  EXPECT_STREQ(WatchText(0, 0), "0.000");
-  EXPECT_STREQ(WatchText(2'000'999, WATCH_NUMBER), "2000.000000.3");
-  EXPECT_STREQ(WatchText(3004, 0), "03.004");
-  EXPECT_STREQ(WatchText(61500, 0), "01:01.500");
-  EXPECT_STREQ(WatchText(3723004, 0), "01:02:03.004");
-  EXPECT_STREQ(WatchText(60000, 0), "01:00.000");
-  EXPECT_STREQ(WatchText(0xFFFFFFFF, 0), "1193:02:47.295");
-  EXPECT_STREQ(WatchText(61500, WATCH_NUMBER), "61.000000.3");
-  EXPECT_STREQ(WatchText(61500, WATCH_NUMBER | WATCH_MILLIS), "61500.000000");
+  const std::tuple<uint32_t, uint32_t, const char*> kRows[] = {
+      {0, 0, "0.000"},
+      {3004, 0, "03.004"},
+      {60000, 0, "01:00.000"},
+      {3723004, 0, "01:02:03.004"},
+      {0xFFFFFFFF, 0, "1193:02:47.295"},
+      {2'000'999, WATCH_NUMBER, "2000.000000.3"},
+      {61500, WATCH_NUMBER | WATCH_MILLIS, "61500.000000"},
+  };
+  for (auto [ms, flags, text] : kRows) EXPECT_STREQ(WatchText(ms, flags), text);
 }
 
 TEST(Clock, TheWatchRunsStopsAndBeginsAnew) {
   EXPECT_EQ(TimeWatch(0, 0), nullptr);
   for (DWORD start = GetTickCount(); GetTickCount() - start < 30;) {
   }
-  std::string text = TimeWatch(0, 0);
-  EXPECT_GE(text, "0.015");
-  EXPECT_LT(text, "0.900");
+  const std::string text = TimeWatch(0, 0);
+  EXPECT_TRUE(text >= "0.015" && text < "0.900") << text;
   EXPECT_NE(TimeWatch(0, 0), nullptr) << "it runs on";
   EXPECT_EQ(TimeWatch(0, WATCH_RESTART), nullptr);
   EXPECT_LT(std::string(TimeWatch(0, WATCH_STOP)), "0.015");
   EXPECT_EQ(TimeWatch(0, 0), nullptr);
 }
 
-TEST(Clock, WordsAreMeasured) {
-  EXPECT_EQ(StrWordLen("  \"a b\" c"), 7u);
-  EXPECT_EQ(StrWordLen("word next"), 4u);
-  EXPECT_EQ(StrWordLen("\t\v\f\r\nx"), 6u);
-  EXPECT_EQ(StrWordLen("x\xA0y \""), 3u);
-  EXPECT_EQ(StrWordLen(" \"open end "), 11u);
-  EXPECT_EQ(StrWordLen("a\"b c\""), 3u);
-  EXPECT_EQ(StrWordLen("  "), 2u);
-  EXPECT_EQ(StrWordLen(""), 0u);
-}
-
-std::string Quoted(std::string text) {
-  uint32_t length = static_cast<uint32_t>(text.size());
-  text.resize(length + 4, '~');
-  uint32_t result = StrQuote(text.data(), length);
-  EXPECT_EQ(text[result], result == length ? '~' : '\0');
-  return text.substr(0, result);
-}
-
-TEST(Clock, WordsAreQuotedAndCopied) {
-  EXPECT_EQ(Quoted(""), "");
-  EXPECT_EQ(Quoted("plain"), "plain");
-  EXPECT_EQ(Quoted(std::string("a\0b", 3)).size(), 3u);
-  EXPECT_EQ(Quoted("a b"), "\"a b\"");
-  EXPECT_EQ(Quoted("a\tb"), "\"a\tb\"");
-  EXPECT_EQ(Quoted("\"a b\""), "\"a b\"");
-  EXPECT_EQ(Quoted("\""), "\"");
-  EXPECT_EQ(Quoted("\"a b"), "\"a b\"");
-  EXPECT_EQ(Quoted("a\"\"b\""), "\"ab\"");
-  EXPECT_EQ(Quoted("\"\"\"x"), "\"x\"");
+TEST(Clock, WordsAreMeasuredQuotedAndFound) {
+  const std::pair<const char*, uint32_t> kLengths[] = {
+      {"  \"a b\" c", 7},   {"word next", 4}, {"\t\v\f\r\nx", 6}, {"x\xA0y \"", 3},
+      {" \"open end ", 11}, {"a\"b c\"", 3},  {"  ", 2},          {"", 0}};
+  for (auto [text, length] : kLengths) EXPECT_EQ(StrWordLen(text), length) << text;
+  const std::pair<const char*, const char*> kQuoted[] = {{"", ""},
+                                                         {"plain", "plain"},
+                                                         {"a b", "\"a b\""},
+                                                         {"a\tb", "\"a\tb\""},
+                                                         {"\"a b\"", "\"a b\""},
+                                                         {"\"", "\""},
+                                                         {"\"a b", "\"a b\""},
+                                                         {"a\"\"b\"", "\"ab\""},
+                                                         {"\"\"\"x", "\"x\""}};
+  for (auto [given, quoted] : kQuoted) {
+    char text[16];
+    memset(text, '~', sizeof text);
+    const auto length = static_cast<uint32_t>(strlen(given));
+    memcpy(text, given, length);
+    const uint32_t result = StrQuote(text, length);
+    EXPECT_EQ(std::string(text, result), quoted);
+    EXPECT_EQ(text[result], result == length ? '~' : '\0') << given;
+  }
   char copy[] = "~~~~~";
-  EXPECT_EQ(StrCopyN(copy, "ab", 5), 2u);
-  EXPECT_EQ(StrCopyN(copy + 2, "cdef", 2), 2u);
+  EXPECT_EQ(StrCopyN(copy, "ab", 5) + StrCopyN(copy + 2, "cdef", 2), 4u);
   EXPECT_STREQ(copy, "abcd~");
-}
-
-TEST(Clock, TokensAreFound) {
   const char* text = "12 Feb;x";
   EXPECT_EQ(StrFindToken(text, "Jan;Feb;Mar", ";", 0), text + 3);
   EXPECT_EQ(StrFindToken(text, "jan;feb", ";", 0), nullptr);

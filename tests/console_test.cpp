@@ -26,11 +26,29 @@ void Do(uint32_t command, uintptr_t a = 0, uintptr_t b = 0) {
   EXPECT_EQ(CslSet(command, a, b), 0) << command;
 }
 
-// Where a command moves the cursor to from column 11, row 6; columns and rows count from 1.
-Pair Moved(uint32_t command, int32_t a, int32_t b = 0) {
-  Do(CSL_POSITION, 11, 6);
-  Do(command, static_cast<uintptr_t>(a), static_cast<uintptr_t>(b));
-  return Get(CSL_POSITION);
+// Of six numbers each, with "," between the rows.
+std::vector<std::array<int64_t, 6>> Rows(std::string text) {
+  std::replace(text.begin(), text.end(), ',', ' ');
+  std::istringstream numbers(text);
+  numbers.unsetf(std::ios::basefield);
+  std::vector<std::array<int64_t, 6>> rows;
+  for (std::array<int64_t, 6> row; numbers >> row[0];) {
+    for (int i = 1; i < 6; ++i) numbers >> row[static_cast<size_t>(i)];
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+// Each row: a command with two values, and one that is asked for then with what it tells; 77 is not
+// set. From column 11, row 6.
+void ExpectSteps(const char* rows) {
+  for (auto [command, a, b, asked, first, second] : Rows(rows)) {
+    Do(CSL_POSITION, 11, 6);
+    Do(static_cast<uint32_t>(command), static_cast<uintptr_t>(a), static_cast<uintptr_t>(b));
+    EXPECT_EQ(Get(static_cast<uint32_t>(asked)),
+              (Pair{static_cast<int32_t>(first), static_cast<int32_t>(second)}))
+        << command << ' ' << a << ' ' << asked;
+  }
 }
 
 WORD AttributeAt(int16_t x, int16_t y) {
@@ -40,203 +58,130 @@ WORD AttributeAt(int16_t x, int16_t y) {
   return attribute;
 }
 
-// Window and buffer of the console, as the system tells.
-CONSOLE_SCREEN_BUFFER_INFO Screen() {
-  CONSOLE_SCREEN_BUFFER_INFO info = {};
-  GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info);
-  return info;
-}
-
 TEST(Console, CommandsMoveTheCursor) {
-  ON_CONSOLE([] {
-    CONSOLE_SCREEN_BUFFER_INFO info = Screen();
-    int32_t width = info.srWindow.Right - info.srWindow.Left + 1;
-    int32_t height = info.srWindow.Bottom - info.srWindow.Top + 1;
-    EXPECT_EQ(Get(CSL_WINDOW_SIZE), (Pair{width, height}));
-    EXPECT_EQ(Get(CSL_BUFFER_SIZE), (Pair{info.dwSize.X, info.dwSize.Y}));
-    EXPECT_EQ(Get(CSL_WINDOW_WIDTH), (Pair{width, 77}));
-    EXPECT_EQ(Get(CSL_WINDOW_HEIGHT), (Pair{height, 77}));
-    EXPECT_EQ(Get(CSL_BUFFER_WIDTH), (Pair{info.dwSize.X, 77}));
-    EXPECT_EQ(Get(CSL_BUFFER_HEIGHT), (Pair{info.dwSize.Y, 77}));
-    EXPECT_EQ(ConsoleWidth(), static_cast<uint32_t>(width));
+  auto body = [] {
     uint32_t echo = 7;
     EXPECT_EQ(CslInMode(4, &echo), 0);
     EXPECT_EQ(echo, 1u);
-    EXPECT_EQ(Moved(CSL_POSITION, 1, 1), (Pair{1, 1}));
-    EXPECT_EQ(Moved(CSL_FORWARD, 5), (Pair{16, 6}));
-    EXPECT_EQ(Moved(CSL_FORWARD, 2 * width - 10), (Pair{1, 8}));
-    EXPECT_EQ(Moved(CSL_FORWARD, 0x10003), (Pair{14, 6}));  // 16 bits of it
-    EXPECT_EQ(Moved(CSL_FORWARD, -11), (Pair{11, 6}));      // column 0: the console refuses
-    EXPECT_EQ(Moved(CSL_DOWN, 2), (Pair{11, 8}));
-    EXPECT_EQ(Moved(CSL_DOWN, -3), (Pair{11, 3}));
-    EXPECT_EQ(Moved(CSL_FORWARD_DOWN, width + 2, 3), (Pair{13, 10}));
-    EXPECT_EQ(Moved(CSL_FORWARD_DOWN, -12), (Pair{65534 % width + 1, 6}));  // -2, unsigned
-    EXPECT_EQ(Moved(CSL_PACKED, 4 << 16 | 9), (Pair{9, 4}));
-    EXPECT_EQ(Moved(CSL_COLUMN, 3), (Pair{3, 6}));
-    EXPECT_EQ(Moved(CSL_ROW, 3), (Pair{11, 3}));
-    EXPECT_EQ(Moved(CSL_PACKED_WINDOW, 2 << 16 | 3), (Pair{14, 8}));
-    EXPECT_EQ(Moved(CSL_COLUMN_WINDOW, -4), (Pair{7, 6}));
-    EXPECT_EQ(Moved(CSL_ROW_WINDOW, 1), (Pair{11, 7}));
-    EXPECT_EQ(Moved(CSL_POSITION_WINDOW, 1, 0x50002), (Pair{12, 8}));
-    CslSet(CSL_POSITION, 11, 6);
-    EXPECT_EQ(Get(CSL_COLUMN), (Pair{11, 77}));
-    EXPECT_EQ(Get(CSL_ROW), (Pair{6, 77}));
-    EXPECT_EQ(Get(CSL_COLUMN_WINDOW), (Pair{11 - info.srWindow.Left, 77}));
-    EXPECT_EQ(Get(CSL_ROW_WINDOW), (Pair{6 - info.srWindow.Top, 77}));
-    EXPECT_EQ(Get(CSL_PACKED).a, 6 << 16 | 11);
-    EXPECT_EQ(Get(CSL_PACKED_WINDOW).a, (6 - info.srWindow.Top) << 16 | (11 - info.srWindow.Left));
-    EXPECT_EQ(Get(CSL_POSITION_WINDOW), (Pair{11 - info.srWindow.Left, 6 - info.srWindow.Top}));
+    // A column and a row have 16 bits, and the console refuses column 0.
+    ExpectSteps(R"(
+        108 1 1 108 1 1,    102 5 0 108 16 6,   102 150 0 108 1 8,       102 0x10003 0 108 14 6,
+        102 -11 0 108 11 6, 103 2 0 108 11 8,   103 -3 0 108 11 3,       104 82 3 108 13 10,
+        104 -12 0 108 15 6, 106 3 0 108 3 6,    105 0x40009 0 108 9 4,   109 0x20003 0 108 14 8,
+        200 -4 0 108 7 6,   107 3 0 108 11 3,   202 1 0x50002 108 12 8,  201 1 0 108 11 7,
+        103 0 0 105 0x6000B 77, 103 0 0 106 11 77,  103 0 0 107 6 77,    103 0 0 109 0x6000B 77,
+        103 0 0 200 11 77,  103 0 0 201 6 77,   103 0 0 202 11 6,        103 0 0 204 80 77,
+        103 0 0 205 25 77,  103 0 0 206 80 25)");
     EXPECT_EQ(Get(CSL_COLUMN | kCslNoObject), (Pair{11, 77}));
+    EXPECT_EQ(Get(CSL_BUFFER_SIZE), (Pair{Get(CSL_BUFFER_WIDTH).a, Get(CSL_BUFFER_HEIGHT).a}));
     uintptr_t screen = 0;
-    Do(CSL_POSITION, 3, 9);
     EXPECT_EQ(CslGet(CSL_SCREEN, &screen, nullptr), 0);
-    EXPECT_EQ(reinterpret_cast<CONSOLE_SCREEN_BUFFER_INFO*>(screen)->dwCursorPosition.Y, 8);
-    EXPECT_EQ(CslSet(110, 0, 0), -1);
-    EXPECT_EQ(CslSet(501, 0, 0), -1);
-    EXPECT_EQ(CslGet(110, &screen, nullptr), -3);
+    EXPECT_EQ(reinterpret_cast<CONSOLE_SCREEN_BUFFER_INFO*>(screen)->dwCursorPosition.Y, 5);
     EXPECT_EQ(CslGet(CSL_POSITION, nullptr, nullptr), 0);
-  });
+    EXPECT_EQ(CslSet(110, 0, 0) + CslSet(501, 0, 0), -2);
+    EXPECT_EQ(CslGet(110, &screen, nullptr), -3);
+  };
+  ON_CONSOLE(body);
 }
 
 TEST(Console, CursorShapeIsSetAndPutBack) {
-  ON_CONSOLE([] {
+  auto body = [] {
     Do(CSL_RESTORE_CURSOR);  // before the first use: nothing
     Do(CSL_RESTORE_COLOUR);
     EXPECT_EQ(CslCurrent->hOutput, nullptr);
     EXPECT_EQ(CslCurrent->header.flags, INST_OWNED | INST_IMPLICIT);
-    int32_t found = Get(CSL_SIZE).a;
+    const Pair found = Get(CSL_SIZE);
     EXPECT_EQ(Get(CSL_HIDDEN).a, 0);
-    CslSet(CSL_HIDDEN, 0, 0);
-    EXPECT_EQ(CslSet(CSL_RESTORE_CURSOR, 0, 0), 0);
-    EXPECT_EQ(Get(CSL_HIDDEN).a, 0);
+    ExpectSteps("90 0 0 90 1 77, 1 0 0 90 0 77, 90 0 0 91 0 77, 92 90 0 92 90 77, 91 0 0 91 1 77");
     Do(CSL_HIDDEN);
-    EXPECT_EQ(Get(CSL_HIDDEN).a, 1);
-    EXPECT_EQ(Get(CSL_VISIBLE).a, 0);
-    CslSet(CSL_SIZE, 90, 0);
-    EXPECT_EQ(Get(CSL_SIZE).a, 90);
-    CslSet(CSL_VISIBLE, 0, 0);
-    EXPECT_EQ(Get(CSL_VISIBLE).a, 1);
-    CslSet(CSL_HIDDEN, 0, 0);
     EXPECT_EQ(CslClass(0), 0u);
-    EXPECT_EQ(CslCurrent, nullptr);
-    EXPECT_EQ(Get(CSL_SIZE | kCslNoObject).a, found);
+    EXPECT_EQ(Get(CSL_SIZE | kCslNoObject), found);
     EXPECT_EQ(Get(CSL_HIDDEN | kCslNoObject).a, 0);
     EXPECT_EQ(Get(CSL_COLOUR | kCslNoObject).a, 0);
     EXPECT_EQ(CslCurrent, nullptr);
-  });
+  };
+  ON_CONSOLE(body);
 }
 
 TEST(Console, AttributesWrittenAreReadBack) {
-  ON_CONSOLE([] {
+  auto body = [] {
     Do(CSL_POSITION, 3, 2);
-    int32_t saved = Get(CSL_COLOUR).a;
-    EXPECT_EQ(Get(CSL_COLOURS), (Pair{saved & 15, saved & 0xF0}));
-    EXPECT_EQ(Get(CSL_FOREGROUND), (Pair{saved & 15, 77}));
-    EXPECT_EQ(Get(CSL_BACKGROUND), (Pair{saved & 0xF0, 77}));
-    Do(CSL_COLOUR, 0x1E);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x1E);
-    EXPECT_EQ(Get(CSL_TEXT_FOREGROUND).a, 0x0E);
-    EXPECT_EQ(Get(CSL_TEXT_BACKGROUND).a, 0x10);
-    EXPECT_EQ(Get(CSL_TEXT_COLOURS), (Pair{0x0E, 0x10}));
-    Do(CSL_FOREGROUND, 0x3A);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x0A + (saved & 0xF0));
-    Do(CSL_BACKGROUND, 0x3A);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, (saved & 0x0F) + 0x30);
-    Do(CSL_COLOURS, 0x3A, 0x5B);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x5A);
-    Do(CSL_TEXT_COLOUR, 0x1234);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x34);
+    Do(CSL_TEXT_COLOUR, 0x07);
+    CslClass(0);
+    ExpectSteps(R"(
+        405 0x1E 0 409 0x1E 77,  405 0x1E 0 410 14 77,  405 0x1E 0 411 16 77,  405 0x1E 0 412 14 16,
+        405 0x1E 0 408 7 0,      405 0x1E 0 406 7 77,   405 0x1E 0 407 0 77,   405 0x1E 0 405 7 77,
+        406 0x3A 0 409 10 77,    407 0x3A 0 409 55 77,  408 58 91 409 90 77,
+        409 0x1234 0 409 52 77,  412 9 16 409 0x19 77,    2 0 0 409 7 77)");
     // The current colour is that of the cell at the cursor, not that of new text.
     EXPECT_EQ(CslPaint(0x65, 2, 1, 12, 1, 0, 0), 0);
-    EXPECT_EQ(AttributeAt(2, 1), 0x65);
-    EXPECT_EQ(AttributeAt(11, 1), 0x65);
-    EXPECT_NE(AttributeAt(12, 1), 0x65);
-    Do(CSL_TEXT_FOREGROUND, 0x09);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x69);
-    Do(CSL_TEXT_BACKGROUND, 0x90);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x95);
-    Do(CSL_TEXT_COLOURS, 0x09, 0x10);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x19);
+    for (auto [command, colour, told] :
+         {std::tuple(CSL_TEXT_FOREGROUND, 9u, 0x69), {CSL_TEXT_BACKGROUND, 0x90u, 0x95}}) {
+      Do(CSL_POSITION, 3, 2);
+      Do(command, colour);
+      EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, told);
+    }
     CslPaint(0, 4, 1, 6, 1, 0x80, 0x01);  // masks
-    EXPECT_EQ(AttributeAt(3, 1), 0x65);
-    EXPECT_EQ(AttributeAt(4, 1), 0xE4);
-    Do(CSL_POSITION, 6, 2);
-    EXPECT_EQ(CslMarkRun(0x2F, 3), 0);
-    EXPECT_EQ(AttributeAt(5, 1), 0x2F);
-    EXPECT_EQ(AttributeAt(7, 1), 0x2F);
-    EXPECT_EQ(AttributeAt(8, 1), 0x65);
-    Do(CSL_RESTORE_COLOUR, 0);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, saved);
+    Do(CSL_POSITION, 7, 2);
+    EXPECT_EQ(CslMarkRun(0x2F, 2), 0);
+    const WORD kCells[] = {0x65, 0x65, 0xE4, 0xE4, 0x2F, 0x2F, 0x65, 0x65, 0x65, 0x65};
+    for (int16_t i = 0; i < 10; ++i)
+      EXPECT_EQ(AttributeAt(static_cast<int16_t>(i + 2), 1), kCells[i]) << i;
+    EXPECT_NE(AttributeAt(12, 1), 0x65);
     Do(CSL_COLOUR, 0x4E);
-    Do(CSL_KEEP, 0);
+    Do(CSL_KEEP);
     CslClass(0);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR | kCslNoObject).a, 0x4E);
-    Do(CSL_OPEN, 0);  // a console of its own again, for which 0x2F is what it found
+    Do(CSL_OPEN);  // a console of its own again, for which 0x2F is what it found
     Do(CSL_COLOUR, 0x01);
     CslClass(0);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR | kCslNoObject).a, 0x2F);
-  });
+  };
+  ON_CONSOLE(body);
 }
 
 TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
-  ON_CONSOLE([] {
-    CONSOLE_SCREEN_BUFFER_INFO info = Screen();
-    int16_t right = static_cast<int16_t>(info.dwSize.X - 1);
-    int16_t bottom = static_cast<int16_t>(info.dwSize.Y - 1);
-    Do(CSL_POSITION, 5, 3);
-    EXPECT_EQ(CslSet(CSL_CLEAR, 0x25, 0), 0);
-    EXPECT_EQ(AttributeAt(0, 0), 0x20);
-    EXPECT_EQ(AttributeAt(right, bottom), 0x20);
-    int32_t text = Get(CSL_TEXT_COLOUR).a;
-    EXPECT_EQ(text & 0xF0, 0x20);
-    Do(CSL_CLEAR_ON, 0x30);
-    EXPECT_EQ(AttributeAt(3, 2), 0x20);
-    EXPECT_EQ(AttributeAt(4, 2), 0x30);
-    EXPECT_EQ(AttributeAt(right, bottom), 0x30);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x30);  // over what was at the cursor before, 0x20
-    Do(CSL_CLEAR_ROWS, 0x40);
-    EXPECT_EQ(AttributeAt(right, 1), 0x20);
-    EXPECT_EQ(AttributeAt(0, 2), 0x40);
-    Do(CSL_CLEAR_COLOURS, 0x5C, 0x6D);
-    EXPECT_EQ(AttributeAt(0, 0), 0x6C);
-    EXPECT_EQ(AttributeAt(right, bottom), 0x6C);
-    EXPECT_EQ(Get(CSL_TEXT_COLOUR).a, 0x50);
-    // Ends outside the buffer are its own; an end in front of the start is a failure.
+  auto body = [] {
+    const auto right = static_cast<int16_t>(Get(CSL_BUFFER_WIDTH).a - 1);
+    const auto bottom = static_cast<int16_t>(Get(CSL_BUFFER_HEIGHT).a - 1);
+    // The attributes of the first cell, of those before and at the cursor, and of the last.
+    auto cells = [&] {
+      return tavrix_test::Line("%02X %02X %02X %02X %02X", AttributeAt(0, 0), AttributeAt(right, 1),
+                               AttributeAt(3, 2), AttributeAt(4, 2), AttributeAt(right, bottom));
+    };
+    // The background of new text is laid over what was at the cursor before.
+    std::string cleared;
+    for (auto [command, a, b, x, y, text] : Rows("413 37 0 0 0 32, 403 48 0 0 0 48, "
+                                                 "417 64 0 0 0 64, 414 0x5C 0x6D 0 0 80")) {
+      Do(CSL_POSITION, 5, 3);
+      Do(static_cast<uint32_t>(command), static_cast<uintptr_t>(a), static_cast<uintptr_t>(b));
+      EXPECT_EQ(Get(CSL_TEXT_COLOUR).a & 0xF0, text) << command;
+      cleared += cells() + ", ";
+    }
+    EXPECT_EQ(cleared, "20 20 20 20 20, 20 20 20 30 30, 20 20 40 40 40, 6C 6C 6C 6C 6C, ");
+    // Ends outside the buffer are its own; an end in front of the start is a failure. Of rows that
+    // count from the last one.
+    std::string painted;
+    for (auto [colour, x1, y1, x2, y2, result] : Rows("0x22 0 0 0 2 0, 0x33 1 0 0 0 -2, 0x33 0 0 0 "
+                                                      "0 0, 0x44 0 3 1 3 0, 0x55 0 2 -1 -99 0")) {
+      auto at = [&](int64_t y) { return static_cast<int32_t>(y == -99 ? -1 : y + bottom); };
+      EXPECT_EQ(CslPaint(static_cast<uint8_t>(colour), static_cast<int32_t>(x1), at(y1),
+                         static_cast<int32_t>(x2), at(y2), 0, 0),
+                result);
+      painted += cells() + ", ";
+    }
+    EXPECT_EQ(painted,
+              "6C 6C 6C 6C 22, 6C 6C 6C 6C 22, 6C 6C 6C 6C 22, 44 44 44 44 44, 44 44 44 44 44, ");
     EXPECT_EQ(CslPaint(0x11, -5, -5, 2, 0, 0, 0), 0);
-    EXPECT_EQ(AttributeAt(1, 0), 0x11);
-    EXPECT_EQ(AttributeAt(2, 0), 0x6C);
-    EXPECT_EQ(CslPaint(0x22, 0, bottom, 0, bottom + 2, 0, 0), 0);
-    EXPECT_EQ(AttributeAt(right, bottom), 0x22);
-    EXPECT_EQ(AttributeAt(right, static_cast<int16_t>(bottom - 1)), 0x6C);
-    EXPECT_EQ(CslPaint(0x33, 3, 1, 2, 1, 0, 0), -2);
-    EXPECT_EQ(ErrLine, 337);
-    EXPECT_EQ(CslPaint(0x33, 3, 1, 3, 1, 0, 0), 0);
-    EXPECT_EQ(CslPaint(0x33, 0, 0, 0, 0, 0, 0), 0);
-    EXPECT_EQ(AttributeAt(0, 0), 0x11);
-    EXPECT_EQ(CslPaint(0x44, 0, bottom + 3, 1, bottom + 3, 0, 0), 0);  // both behind the end
-    EXPECT_EQ(AttributeAt(0, 0), 0x44);
-    EXPECT_EQ(AttributeAt(right, bottom), 0x44);
-    EXPECT_EQ(CslPaint(0x55, 0, bottom + 2, -1, -1, 0, 0), 0);  // a row behind the end is none
-    EXPECT_EQ(AttributeAt(0, 0), 0x44);
-    tavrix_test::AllocationFault fault(1);
-    EXPECT_EQ(CslPaint(0x33, 3, 1, 4, 1, 0, 0), -2);
-  });
+    EXPECT_TRUE(AttributeAt(1, 0) == 0x11 && AttributeAt(2, 0) == 0x44);
+  };
+  ON_CONSOLE(body);
 }
 
-TEST(Console, NoMemoryAndNoHandle) {
-  ErrRaise("test", 1, 1);
-  ErrClear();
-  {
-    tavrix_test::AllocationFault fault(1);
-    EXPECT_EQ(CslSet(CSL_OPEN, 0, 0), -1000);
-  }
-  EXPECT_EQ(ErrLine, 71);
-  EXPECT_EQ(ClearedTrail(), "1000.1000.02");
 #ifndef _WIN32
+TEST(Console, NoHandle) {
   unsetenv("prompt");
   EXPECT_EQ(CslSet(CSL_PROMPT, 0, 0), -2);  // there is none to take away
-  EXPECT_EQ(ErrLine, 107);
-  EXPECT_EQ(ClearedTrail(), "02");
   CslClass(0);
   fclose(stdout);
   EXPECT_EQ(CslGet(CSL_POSITION | kCslNoObject, nullptr, nullptr), -1);
@@ -246,107 +191,76 @@ TEST(Console, NoMemoryAndNoHandle) {
   EXPECT_EQ(CslMarkRun(0x1E, 1), 0);
   EXPECT_EQ(CslGet(CSL_POSITION, nullptr, nullptr), -1);
   EXPECT_EQ(ErrLine, 177);
-  EXPECT_EQ(ClearedTrail(), "01.01.01.01.01.01");
-#endif
+  EXPECT_EQ(ClearedTrail(), "01.01.01.01.01.01.02");
 }
+#endif
 
 TEST(Console, ColourPairsAndEscapeTexts) {
-  EXPECT_EQ(CslColorPair(0x1F, 0, kColorPair), 0x11);
-  EXPECT_EQ(CslColorPair(0x1F, 17, kColorPair), 0x22);
-  EXPECT_EQ(CslColorPair(0x1F, 17 + 256, kColorPair), 0x22);
-  EXPECT_EQ(CslColorPair(0xF0, 1, kColorPair), 0xFC);  // row 16 is row 0
-  EXPECT_EQ(CslColorPair(0xF0, 255, kColorPair), 0xEE);
+  const int kPairs[][3] = {{0x1F, 0, 0x11},  {0x1F, 17, 0x22},  {0x1F, 273, 0x22},
+                           {0x20, -1, 0x23}, {0xF0, 255, 0xEE}, {0xF0, 1, 0xFC},  // row 16 is row 0
+                           {0x00, -1, 0},       // in front of the table
+                           {0x10, -32, 0xFC}};  // row 1, column -1
+  for (auto [colour, shift, pair] : kPairs)
+    EXPECT_EQ(CslColorPair(static_cast<uint8_t>(colour), shift, kColorPair), pair) << shift;
   EXPECT_EQ(CslColorPair(0x10, 240, kColorPair), CslColorPair(0x00, 1, kColorPair));  // column 16
-  EXPECT_EQ(CslColorPair(0x20, -1, kColorPair), 0x23);
-  EXPECT_EQ(CslColorPair(0x00, -1, kColorPair), 0);      // in front of the table
-  EXPECT_EQ(CslColorPair(0x10, -32, kColorPair), 0xFC);  // row 1, column -1
   EXPECT_EQ(CslColorPair(0x1F, 0, 417), -1);
   uint32_t sum = 0;  // of the whole table, column by column
   for (int32_t shift = 0; shift < 256; ++shift)
     sum = sum * 31 + static_cast<uint32_t>(CslColorPair(0, shift, kColorPair));
   EXPECT_EQ(sum, 0x1B9EE420u);
-  EXPECT_STREQ(CslAnsi(0x1E, 0), "\x1B[0;1;33;44m");
-  EXPECT_STREQ(CslAnsi(0x04, 0), "\x1B[0;31;40m");
-  EXPECT_STREQ(CslAnsi(0xF9, 0xD0), "\x1B[0;1;5;4;7;8;34;47m");
-  EXPECT_STREQ(CslAnsi(0x1E, ANSI_NO_FOREGROUND), "\x1B[0;1;44m");
-  EXPECT_STREQ(CslAnsi(0x16, ANSI_NO_FOREGROUND | ANSI_NO_BACKGROUND), "\x1B[0m");
+  const std::tuple<uint32_t, uint32_t, const char*> kEscapes[] = {
+      {0x1E, 0, "\x1B[0;1;33;44m"},
+      {0x04, 0, "\x1B[0;31;40m"},
+      {0xF9, 0xD0, "\x1B[0;1;5;4;7;8;34;47m"},
+      {0x1E, ANSI_NO_FOREGROUND, "\x1B[0;1;44m"},
+      {0x16, ANSI_NO_FOREGROUND | ANSI_NO_BACKGROUND, "\x1B[0m"}};
+  for (auto [colour, flags, text] : kEscapes) EXPECT_STREQ(CslAnsi(colour, flags), text);
 }
 
 TEST(Console, ProgressDrawsWhatIsMissing) {
-  struct Step {
-    uint32_t command, value, low, high, width, drawn;
-  };
-  const Step steps[] = {
-      {PROGRESS_FULL, 0, 0, 100, 0, 0},
-      {9, 1, 0, 100, 20, 0},
-      {PROGRESS_UP, 0, 10, 110, 20, 0},
-      {PROGRESS_UP, 1, 0, 100, 20, 1},
-      {PROGRESS_START, 4, 0, 100, 200, 1},
-      {PROGRESS_START, 0, 0, 100, 20, 1},
-      {PROGRESS_ADD_PER_CENT, 2000, 0, 400, 40, 3},  // 1 + 2
-      {PROGRESS_UP, 50, 0, 100, 20, 10},
-      {PROGRESS_UP, 60, 0, 100, 20, 12},
-      {PROGRESS_UP, 10, 0, 100, 20, 12},
-      {PROGRESS_ADD, 10, 0, 100, 20, 14},  // 12 + 2
-      {PROGRESS_ADD, 14, 0, 100, 20, 14},
-      {PROGRESS_ADD_PER_CENT, 2000, 0, 100, 20, 16},
-      {PROGRESS_UP, 85, 0, 100, 20, 17},
-      {PROGRESS_ADD_PART, 100, 0, 100, 200, 19},
-      {PROGRESS_DOWN, 30, 10, 110, 25, 20},
-      {PROGRESS_DOWN, 5, 10, 110, 20, 21},
-      {PROGRESS_UP, 5, 10, 110, 20, 21},  // below the range: no number of characters, so 1
-      {PROGRESS_UP, 24, 7, 7, 20, 21},
-      {PROGRESS_UP, 31, 7, 7, 20, 24},
-      {PROGRESS_UP, 5, 110, 10, 20, 24},
-      {PROGRESS_UP, 0xFFFFFFFF, 0, 1, 0xFFFFFFFF, 24},
-      {PROGRESS_FULL, 0, 0, 100, 26, 26},
-      {PROGRESS_FULL, 0, 0, 100, 26, 26},
-      {PROGRESS_START, 4, 0, 100, 100, 26},
-      {PROGRESS_ADD, 20, 0, 100, 100, 31},  // 26 + 20 / 4
-  };
+  constexpr char kSteps[] = R"(
+      6 0 0 100 0 0, 9 1 0 100 20 0, 0x80000001 0 10 110 20 0, 0x80000001 1 0 100 20 1,
+      0x80000007 4 0 100 200 1, 0x80000007 0 0 100 20 1, 4 2000 0 400 40 3,
+      0x80000001 50 0 100 20 10, 0x80000001 60 0 100 20 12, 0x80000001 10 0 100 20 12,
+      3 10 0 100 20 14, 3 14 0 100 20 14, 4 2000 0 100 20 16, 0x80000001 85 0 100 20 17,
+      5 100 0 100 200 19, 0x80000002 30 10 110 25 20, 0x80000002 5 10 110 20 21,
+      0x80000001 5 10 110 20 21, 0x80000001 24 7 7 20 21, 0x80000001 31 7 7 20 24,
+      0x80000001 5 110 10 20 24, 0x80000001 0xFFFFFFFF 0 1 0xFFFFFFFF 24, 6 0 0 100 26 26,
+      6 0 0 100 26 26, 0x80000007 4 0 100 100 26, 3 20 0 100 100 31)";
   testing::internal::CaptureStdout();
-  for (const Step& step : steps)
-    EXPECT_EQ(CslProgress(step.command, step.value, step.low, step.high, step.width, '*'),
-              step.drawn)
-        << &step - steps;
+  for (auto row : Rows(kSteps)) {
+    uint32_t n[6];
+    std::copy(row.begin(), row.end(), n);
+    EXPECT_EQ(CslProgress(n[0], n[1], n[2], n[3], n[4], '*'), n[5]) << n[0] << ' ' << n[1];
+  }
   EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(31, '*'));
-}
-
-std::string Prompt() {
-  char text[1024] = "";
-  GetEnvironmentVariableA("prompt", text, sizeof text);
-  return text;
 }
 
 TEST(Console, PromptCarriesAnEscapeText) {
   SetEnvironmentVariableA("prompt", nullptr);
   EXPECT_EQ(CslSetPrompt("\x1B[0m"), nullptr);
-  EXPECT_EQ(Prompt(), "");
-  auto set = [](const char* prompt, const char* escape) {
-    EXPECT_EQ(CslSet(CSL_PROMPT, reinterpret_cast<uintptr_t>(prompt), 0), 0);
-    const char* result = CslSetPrompt(escape);
-    EXPECT_STREQ(result, Prompt().c_str());
-    return Prompt();
+  const std::string longText(300, ';');
+  const std::tuple<std::string, std::string, std::string> kRows[] = {
+      {"plain", "\x1B[0m", "plain"},
+      {"$p$g", "\x1B[1;44m", "$p$g$e[1;44m"},
+      {"$e[0m$p$g", "\x1B[1m", "$e[1m"},  // all that followed is gone
+      {"$p$e[0m", "\x1B[1m", "$p$e[0m$e[1m"},
+      {"$", "", "$$e"},
+      {"x$e", longText, "x$e" + longText.substr(1)},
+      {"$p" + longText, "\x1B[0;31m", "$p" + longText + "$e[0;31m"},
+      {"$p%PATH%", "\x1B[1m", "$p%PATH%$e[1m"},  // the value of a bare name stays
   };
-  EXPECT_EQ(set("plain", "\x1B[0m"), "plain");
-  EXPECT_EQ(set("$p$g", CslAnsi(0x1E, 0)), "$p$g$e[0;1;33;44m");
-  EXPECT_EQ(set("$e[0m$p$g", "\x1B[1m"), "$e[1m");  // all that followed is gone
-  EXPECT_EQ(set("$p$e[0m", "\x1B[1m"), "$p$e[0m$e[1m");
-  EXPECT_EQ(set("$", ""), "$$e");
-  std::string longText(300, ';');
-  EXPECT_EQ(set("x$e", longText.c_str()), "x$e" + longText.substr(1));
-  SetEnvironmentVariableA("TVX_ESCAPE", "\x1B[0;31m");
-  CslSet(CSL_PROMPT, reinterpret_cast<uintptr_t>(("$p" + longText).c_str()), 0);
-  const char* carried = CslSetPrompt(CslExpand("%TVX_ESCAPE%"));
-  EXPECT_EQ(carried, Prompt());
-  EXPECT_TRUE(Prompt().ends_with(";$e[0;31m")) << Prompt();
-  CslSet(CSL_PROMPT, reinterpret_cast<uintptr_t>("$p%PATH%"), 0);
-  uintptr_t text = 0;
-  EXPECT_EQ(CslGet(CSL_PROMPT, &text, nullptr), 0);
-  EXPECT_STREQ(reinterpret_cast<char*>(text), "$p%PATH%");  // a value of a bare name stays
+  for (const auto& [prompt, escape, wanted] : kRows) {
+    EXPECT_EQ(CslSet(CSL_PROMPT, reinterpret_cast<uintptr_t>(prompt.c_str()), 0), 0);
+    uintptr_t told = 0;
+    EXPECT_EQ(CslGet(CSL_PROMPT, &told, nullptr), 0);
+    EXPECT_EQ(reinterpret_cast<char*>(told), prompt);
+    char text[1024] = "";
+    EXPECT_EQ(CslSetPrompt(escape.c_str()), wanted);
+    GetEnvironmentVariableA("prompt", text, sizeof text);
+    EXPECT_EQ(text, wanted);
+  }
 }
-
-using ConsoleDeathTest = testing::Test;
 
 TEST(ConsoleDeathTest, ExitFunctionsRunBeforeTheCleanUp) {
   auto end = [] {
@@ -370,27 +284,38 @@ using tavrix_test::Terminal;
 TEST(Console, ColoursArriveAtTheTerminal) {
   Terminal terminal(40, 5);
   EXPECT_EQ(terminal.Run([] {
-    CslSet(CSL_TEXT_COLOUR, 0x1E, 0);
-    printf("a");
-    Do(CSL_ANSI_MODE, 1);
-    CslSet(CSL_TEXT_COLOUR, 0x24, 0);
-    printf("b");
-    CslSet(CSL_COLOUR, 0x31, 0);  // not as a text in either mode
-    printf("c");
-    CslSet(CSL_ANSI_MODE, 0, 0);
-    printf("d");
-    CslSet(CSL_COLOUR, 0xB9, 0);
-    printf("e");
+    const uint32_t kSteps[][2] = {{CSL_TEXT_COLOUR, 0x1E}, {CSL_ANSI_MODE, 1},
+                                  {CSL_TEXT_COLOUR, 0x24}, {CSL_COLOUR, 0x31},
+                                  {CSL_ANSI_MODE, 0},      {CSL_COLOUR, 0xB9}};
+    for (auto [command, value] : kSteps) Do(command, value), printf("a");
   }),
             0);
-  EXPECT_EQ(terminal.Text(), "abcde");
-  EXPECT_EQ(terminal.At(0, 0).look, (Look{11, 4}));
-  EXPECT_EQ(terminal.At(1, 0).look, (Look{1, 2}));
-  EXPECT_EQ(terminal.At(2, 0).look, (Look{4, 6}));
-  EXPECT_EQ(terminal.At(3, 0).look, Look());
-  EXPECT_EQ(terminal.At(4, 0).look, (Look{12, 14}));
+  const Look wanted[] = {{11, 4}, {7, 0}, {1, 2}, {4, 6}, {}, {12, 14}};
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(terminal.At(i, 0).look, wanted[i]) << i;
   EXPECT_EQ(terminal.CurrentLook(), Look());
   EXPECT_NE(terminal.Bytes().find("\x1B[0;31;42m"), std::string::npos);
+}
+
+// A question costs a round trip to the terminal, and 400 ms with one that is mute.
+TEST(Console, AsksForTheCursorOnlyWhereItCounts) {
+  auto questions = [](bool set, uint32_t command) {
+    Terminal terminal(20, 5);
+    EXPECT_EQ(terminal.Run([&] {
+      CslSet(CSL_OPEN, 0, 0);
+      set ? CslSet(command, 1, 1) : CslGet(command, nullptr, nullptr);
+    }),
+              0);
+    return terminal.Questions();
+  };
+  const int first = questions(true, CSL_OPEN);
+  for (uint32_t command : {3, 100, 405, 406, 407, 408, 409, 412, 423, 501})
+    EXPECT_EQ(questions(true, command), first) << command;
+  for (uint32_t command : {101, 103, 108, 410, 500})
+    EXPECT_EQ(questions(true, command), first + 1) << command;
+  for (uint32_t command : {100, 204, 210, 409, 501})
+    EXPECT_EQ(questions(false, command), first) << command;
+  for (uint32_t command : {101, 108, 202, 500})
+    EXPECT_EQ(questions(false, command), first + 1) << command;
 }
 
 #endif

@@ -114,47 +114,40 @@ std::string OnTerminal(int columns, const std::function<void()>& body) {
   return terminal.Errors() + std::to_string(code);
 }
 
-TEST(Report, MessageFlagsActOnTheNextRaise) {
-  const struct {
-    uint32_t flags, code;
-    const char* written;  // the end of the process reports what is pending
-  } kRows[] = {
-      {0, 19, "[19 2]0"},
-      {ERR_ERROR | ERR_INFO, 19, "[19 2]0"},
-      {ERR_TRACE, 19, "Trace 19 (M0): text\n[19 0]0"},
-      {ERR_WARN, 19, "Warn. 19 (M0): text\n[19 0]0"},
-      {ERR_WARN | ERR_TRACE, 19, "Trace 19 (M0): text\n[19 0]0"},
-      {ERR_TRACE | ERR_INFO, 19, "Info  19 (M0): text\n[19 0]0"},
-      {ERR_FATAL, 3, "Error 03 (M0): text\n3"},
-      {ERR_FATAL | ERR_WARN, 19, "Warn. 19 (M0): text\n19"},
-  };
-  for (const auto& row : kRows)
-    EXPECT_EQ(OnTerminal(80,
-                         [&] {
-                           ErrPush(row.code);
-                           ErrPushText(row.flags, Address("text"));
+// On a console of that width. The end of the process reports what is pending.
+TEST(Report, IsWrittenByTheRaiseThatTheFlagsAskFor) {
+  const std::string whole = " 19 (M0): text\n", left = "[19 2]", none = "[19 0]";
+  const std::tuple<int, uint32_t, std::string> kRows[] = {
+      {80, 0, left + "0"},
+      {80, ERR_ERROR | ERR_INFO, left + "0"},
+      {80, ERR_TRACE, "Trace" + whole + none + "0"},
+      {80, ERR_WARN, "Warn." + whole + none + "0"},
+      {80, ERR_WARN | ERR_TRACE, "Trace" + whole + none + "0"},
+      {80, ERR_TRACE | ERR_INFO, "Info " + whole + none + "0"},
+      {80, ERR_FATAL, "Error" + whole + "19"},
+      {80, ERR_FATAL | ERR_WARN, "Warn." + whole + "19"},
+      {19, ERR_TRACE, "Trace" + whole + none + "0"},
+      {18, ERR_TRACE, "Trace 19 (M0):\n   text\n" + none + "0"},
+      {2, ERR_TRACE, "Trace 19 (M0):\n   text\n" + none + "0"},
+      {1, ERR_TRACE, none + "0"}};  // such a window counts as none
+  for (const auto& [columns, flags, written] : kRows)
+    EXPECT_EQ(OnTerminal(columns,
+                         [f = flags] {
+                           ErrPush(19);
+                           ErrPushText(f, Address("text"));
                            ErrFile = "m";
-                           ErrThrow(row.code);
+                           ErrThrow(19);
                            fprintf(stderr, "[%d %u]", ErrLast, ErrCurrent->nCount);
                            ErrClear();
                          }),
-              row.written);
-}
-
-TEST(Report, WrapsAtTheWidthOfTheConsole) {
-  auto report = [](int columns) {
-    return OnTerminal(columns, [] {
-      ErrRaiseText("test", 63, 0, "older");
-      SetLastError(ERROR_ACCESS_DENIED);
-      ErrRaise("test", 187, ERR_SYSTEM | 19);
-    });
-  };
-  const std::string whole = "Error 19 (TEST187): Access is denied (05)\n   older\n0";
-  const std::string wrapped = "Error 19 (TEST187):\n   Access is denied (05)\n   older\n0";
-  EXPECT_EQ(report(41), whole);
-  EXPECT_EQ(report(40), wrapped);
-  EXPECT_EQ(report(2), wrapped);
-  EXPECT_EQ(report(1), "0");  // such a window counts as none
+              written);
+  EXPECT_EQ(OnTerminal(41,
+                       [] {
+                         ErrRaiseText("test", 63, 0, "older");
+                         SetLastError(ERROR_ACCESS_DENIED);
+                         ErrRaise("test", 187, ERR_SYSTEM | 19);
+                       }),
+            "Error 19 (TEST187): Access is denied (05)\n   older\n0");
 }
 
 #endif

@@ -8,7 +8,6 @@
 #define popen _popen
 #define pclose _pclose
 #define WEXITSTATUS(status) (status)
-#else
 #endif
 
 namespace {
@@ -70,23 +69,39 @@ TEST(Tool, ListsWithEveryFlag) {
          '"' + tree.Path("x/a b") + "\"\n");
   Expect("list \"" + tree.Path("none") + Tree::Native("/*") + "\"", 0, "");
   Expect("list \"" + std::string(300, 'r') + "\"", 1, "tavrix: error 02\n");
+  for (const char* command : {"scan", "scan --stream", "scan --mapped", "dump", "companion"}) {
+    const Result missing = Tavrix(command + (" \"" + tree.Path("none") + "\""));
+    EXPECT_TRUE(missing.code == 1 && missing.output.starts_with("tavrix: ")) << command;
+  }
 }
 
-TEST(Tool, StringCommands) {
-  Expect("length abcdef", 0, "6\n");
-  Expect("compare abc abd 2", 0, "1\n");
-  Expect("compare abc abd 3", 0, "0\n");
-  Expect("compare b a 1", 0, "2\n");
-  Expect("span aaab a", 0, "4\n");
-  Expect("span aaab a 2", 0, "3\n");
-  Expect("cspan abcdef e 3", 0, "3\n");
-}
-
-TEST(Tool, ShowsTextsOfErrors) {
-  Expect("error 29", 0,
-         "message: Illegal file-open-mode specified\nsystem: " + SystemText(29) + "\n");
-  Expect("error 0x52E", 0, "system: " + SystemText(0x52E) + "\n");
-  Expect("error 999999", 1, "tavrix: no text for code 999999\n");
+TEST(Tool, SmallCommands) {
+  SetEnvironmentVariableA("TVX_TOOL", "value");
+  const std::tuple<const char*, int, std::string> kRows[] = {
+      {"length abcdef", 0, "6\n"},
+      {"compare abc abd 2", 0, "1\n"},
+      {"compare abc abd 3", 0, "0\n"},
+      {"compare b a 1", 0, "2\n"},
+      {"span aaab a", 0, "4\n"},
+      {"span aaab a 2", 0, "3\n"},
+      {"cspan abcdef e 3", 0, "3\n"},
+      {"expand TVX_TOOL", 0, "value\n"},
+      {"expand \"[%TVX_TOOL%]\"", 0, "[value]\n"},
+      {"error 0x1D", 0,
+       "message: Illegal file-open-mode specified\nsystem: " + SystemText(29) + "\n"},
+      {"error 1326", 0, "system: " + SystemText(1326) + "\n"},
+      {"error 999999", 1, "tavrix: no text for code 999999\n"},
+      {"unhex 48 656C \"6C 6F 7\"", 0, "Hellop"},
+      {"unhex --mode fit 0x41 4243 44h", 0, "ACBD"},
+      {"unhex --mode words 41424344 4142", 0, "DCBABA"},
+      {"unhex --mode long 41424344", 0, "DCBA"},
+      {"unhex 000AFF", 0, std::string("\0\n\xFF", 3)},
+      {"unhex \"\"", 1, "tavrix: the text is not hexadecimal\n"},
+      {"unhex 12 zz", 1, "tavrix: the text is not hexadecimal\n"},
+      {"time no-such-program-here", 1, "tavrix: cannot start 'no-such-program-here'\n"},
+      {"--version", 0, "tavrix " TAVRIX_VERSION "\n"},
+  };
+  for (const auto& [command, code, output] : kRows) Expect(command, code, output);
 }
 
 TEST(Tool, ConsoleCommandsOnAPipeWriteNoEscapes) {
@@ -99,9 +114,6 @@ TEST(Tool, ConsoleCommandsOnAPipeWriteNoEscapes) {
   for (const char* file : {"a", "b", "c/d"}) tree.File(file);
   Expect("progress \"" + tree.Path() + "\"", 0, std::string(79, '#') + "\n3 names\n");
   Expect("progress \"" + tree.Path("none") + Tree::Native("/*") + "\"", 0, "0 names\n");
-  SetEnvironmentVariableA("TVX_TOOL", "value");
-  Expect("expand TVX_TOOL", 0, "value\n");
-  Expect("expand \"[%TVX_TOOL%]\"", 0, "[value]\n");
 }
 
 TEST(Tool, EditsFiles) {
@@ -119,7 +131,6 @@ TEST(Tool, EditsFiles) {
   EXPECT_EQ(Tavrix("append " + file + " %d 5").code, 2);
   tree.File("tool.log");
   Expect("companion \"" + tree.Path("tool.exe") + "\" .log", 0, tree.Path("tool.log") + "\n");
-  EXPECT_EQ(Tavrix("companion .no-such").code, 1);
   tree.File("d/x.c");
   Expect("walk \"" + tree.Path() + "\" *.c", 0, "5\n  1 d\n6\n5\n  5\n    2 x.c\n  6\n6\n");
 }
@@ -154,174 +165,103 @@ TEST(Tool, ScansFiles) {
   Expect(ini + " --count", 0,
          "line-end 4 6\nblank 1 1\nname 2 4\nstring 1 4\nother 3 3\nsection 1 5\ncomment 1 5\n"
          "equals 1 1\n");
-
-  std::string none = "scan \"" + tree.Path("none") + "\"";
-  for (const char* source : {"", " --stream", " --mapped"}) {
-    Result result = Tavrix(none + source);
-    EXPECT_EQ(result.code, 1) << source;
-    EXPECT_TRUE(result.output.starts_with("tavrix: error ")) << source << result.output;
-  }
 }
-
-// A line of a dump, written anew: a label, 48 columns of digits, the characters.
-std::string DumpLines(const std::string& bytes, uint32_t label) {
-  std::string text;
-  for (size_t at = 0; at < bytes.size(); at += 16) {
-    char number[16];
-    snprintf(number, sizeof number, "0x%08X:", label + static_cast<uint32_t>(at));
-    std::string digits, characters;
-    for (char c : bytes.substr(at, 16)) {
-      auto byte = static_cast<unsigned char>(c);
-      char pair[8];
-      snprintf(pair, sizeof pair, " %02X", byte);
-      digits += pair;
-      characters += byte < 32 || byte == 127 ? '.' : c;
-    }
-    digits.resize(49, ' ');
-    text += number + digits + ' ' + characters + '\n';
-  }
-  return text;
-}
-const std::string kRuler = "  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F  0123456789ABCDEF\n";
 
 TEST(Tool, DumpsFiles) {
   Tree tree;
-  std::string bytes;
-  for (uint32_t i = 0; i < 150'003; ++i) bytes += static_cast<char>(i * 7 ^ i >> 8);
-  std::erase(bytes, '\r');  // which Tavrix() takes away
-  tree.File("f", bytes);
-  std::string dump = "dump \"" + tree.Path("f") + "\"";
-  std::string head = "    Offset:" + kRuler;
-  Expect(dump, 0, head + DumpLines(bytes, 0));  // longer than a block
-  Expect(dump + " --offset 5 --length 37 --base 0x1000", 0,
-         head + DumpLines(bytes.substr(5, 37), 0x1005));
-  Expect(dump + " --offset 7 --length 65553 --file-offset", 0,
-         "FileOffset:" + kRuler + DumpLines(bytes.substr(7, 65553), 7));
+  const std::string ruler = "  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F  0123456789ABCDEF\n";
+  const std::string head = "    Offset:" + ruler, dump = "dump \"" + tree.Path("f") + "\"";
+  tree.File("f", "0123456789ABCDEFGHI\x01");
+  Expect(dump, 0,
+         head + "0x00000000: 30 31 32 33 34 35 36 37 38 39 41 42 43 44 45 46  0123456789ABCDEF\n" +
+             "0x00000010: 47 48 49 01                                      GHI.\n");
+  Expect(dump + " --offset 5 --length 3 --base 0x1000", 0,
+         head + "0x00001005: 35 36 37                                         567\n");
+  Expect(
+      dump + " --offset 5 --length 1 --file-offset", 0,
+      "FileOffset:" + ruler + "0x00000005: 35                                               5\n");
   Expect(dump + " --offset 0x7000000000000000", 0, head);
-
-  // Addresses go on from block to block.
-  Result result = Tavrix(dump + " --address");
-  EXPECT_EQ(result.code, 0);
+  // Labels and addresses go on from block to block.
+  tree.File("f", std::string(150'003, 'x'));
+  const std::string lines = Tavrix(dump).output, addresses = Tavrix(dump + " --address").output;
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1 + 9376);
+  EXPECT_TRUE(
+      lines.ends_with("0x000249F0: 78 78 78                                         xxx\n"));
   std::smatch label;
-  ASSERT_TRUE(std::regex_search(result.output, label, std::regex("\n0x([0-9A-F]+): 00 07")));
-  uint64_t address = std::stoull(label[1], nullptr, 16);
-  char last[32];
-  snprintf(last, sizeof last,
-           "\n0x%08llX: ", static_cast<unsigned long long>(address + (bytes.size() - 1) / 16 * 16));
-  EXPECT_NE(result.output.find(last), std::string::npos) << last;
-
-  EXPECT_EQ(Tavrix("dump \"" + tree.Path("none") + "\"").code, 1);
+  ASSERT_TRUE(std::regex_search(addresses, label, std::regex("\n0x([0-9A-F]+): 78")));
+  const uint64_t last = std::stoull(label[1], nullptr, 16) + 0x249F0;
+  EXPECT_NE(
+      addresses.find(tavrix_test::Line("\n0x%08llX: ", static_cast<unsigned long long>(last))),
+      std::string::npos);
+  std::filesystem::resize_file(tree.root() / "f", 0x100000010);  // takes no room on the disk
+  Expect(dump + " --offset 0x10000000E", 0,
+         head + "0x0000000E: 00 00                                            ..\n");
   EXPECT_EQ(Tavrix("dump \"" + tree.Path() + "\"").code, 1);
 }
 
-TEST(Tool, DumpsBehindFourGigabytes) {
-  Tree tree;
-  tree.File("f");
-  std::filesystem::resize_file(tree.root() / "f", 0x100000010);  // takes no room on the disk
-  std::ofstream(tree.root() / "f", std::ios::binary | std::ios::app) << "the end";
-  Expect("dump --offset 0x100000008 \"" + tree.Path("f") + "\"", 0,
-         "    Offset:" + kRuler + DumpLines(std::string(8, '\0') + "the end", 8));
-}
-
-TEST(Tool, TurnsHexIntoBytes) {
-  Expect("unhex 48 656C \"6C 6F 7\"", 0, "Hellop");
-  Expect("unhex --mode fit 0x41 4243 44h", 0, "ACBD");
-  Expect("unhex --mode words 41424344 4142", 0, "DCBABA");
-  Expect("unhex --mode long 41424344", 0, "DCBA");
-  for (const char* wrong : {"\"\"", "12 zz", "--mode long g"})
-    Expect(std::string("unhex ") + wrong, 1, "tavrix: the text is not hexadecimal\n");
-  Expect("unhex 000AFF", 0, std::string("\0\n\xFF", 3));
-}
-
-// Bytes of a file's header, the least significant one first.
-struct Image {
-  std::string bytes;
-  Image& Text(const std::string& text) {
-    bytes += text;
-    return *this;
-  }
-  Image& Number(int size, uint64_t value) {
-    for (; size > 0; --size, value >>= 8) bytes += static_cast<char>(value);
-    return *this;
-  }
-};
-
-// The fields of a header that stand for something, each with its value and names.
-void ExpectFields(const std::string& output,
-                  const std::vector<std::pair<std::string, std::string>>& fields) {
-  for (const auto& [field, value] : fields)
-    EXPECT_TRUE(std::regex_search(output, std::regex("[ *]" + field + " +" + value + "\n")))
-        << field << " " << value << "\n"
-        << output;
-}
-
-// Every shorter file gets a line and exit code 1, from somewhere below `needed` bytes on.
-void ExpectTruncatedRefused(const Tree& tree, const std::string& bytes, size_t needed) {
-  for (size_t size = 0; size <= bytes.size(); size += size + 24 < needed ? 13 : 1) {
-    tree.File("short", bytes.substr(0, size));
-    Result result = Tavrix("header \"" + tree.Path("short") + "\"");
-    EXPECT_EQ(result.code, size < needed ? 1 : 0) << size;
-    if (result.code != 0) {
-      EXPECT_TRUE(std::regex_match(result.output, std::regex("tavrix: .*\n"))) << result.output;
-    }
-  }
-}
-
-Result Header(const Tree& tree, const std::string& bytes) {
-  tree.File("image", bytes);
-  return Tavrix("header \"" + tree.Path("image") + "\"");
-}
-
-// A program for 32 or 64 bits with one section. Its fields have the numbers 1, 2, ... where they
-// have no meaning here.
+// A program for 32 or 64 bits with one section.
 std::string ProgramImage(bool wide) {
-  Image image = Image().Text("MZ");
-  for (uint64_t i = 1; i < 30; ++i) image.Number(2, i);
-  image.Number(4, 72).Number(8, 0);
-  image.Text("PE").Number(2, 0).Number(2, wide ? 0x8664 : 0x14C).Number(2, 1).Number(12, 0);
-  image.Number(2, 80).Number(2, 0x2102);
-  image.Number(2, wide ? 0x20B : 0x10B).Number(2, 0x0E02);
-  for (uint64_t i = 1; i <= 5; ++i) image.Number(4, i);
-  wide ? image.Number(8, 0x140000000) : image.Number(4, 6).Number(4, 0x400000);
-  image.Number(4, 0x1000).Number(4, 0x200);
-  for (uint64_t i = 1; i <= 6; ++i) image.Number(2, i);
-  for (uint64_t i = 1; i <= 4; ++i) image.Number(4, i);
-  image.Number(2, 3).Number(2, 0x141).Number(8, 0);
-  image.Text(".te\x01t").Number(3, 0);
-  for (uint64_t i = 1; i <= 6; ++i) image.Number(4, i);
-  return image.Number(4, 0).Number(4, 0x60000020).bytes;
+  std::string image(216, '\0');
+  const std::pair<size_t, uint32_t> kFields[] = {{0, 0x5A4D},
+                                                 {26, 13},
+                                                 {60, 72},
+                                                 {72, 0x4550},
+                                                 {76, wide ? 0x8664 : 0x14C},
+                                                 {78, 1},
+                                                 {92, 80},
+                                                 {94, 0x2102},
+                                                 {96, wide ? 0x20B : 0x10B},
+                                                 {120, wide ? 0x40000000 : 6},
+                                                 {124, wide ? 1 : 0x400000},
+                                                 {142, 4},
+                                                 {164, 3},
+                                                 {166, 0x141},
+                                                 {176, 0x0165742E},
+                                                 {180, 't'},
+                                                 {196, 4},
+                                                 {212, 0x60000020}};
+  for (auto [offset, value] : kFields)
+    for (size_t i = 0; i < 4 && value >> 8 * i != 0; ++i)
+      image[offset + i] = static_cast<char>(value >> 8 * i);
+  return image;
 }
 
 TEST(Tool, ShowsHeadersOfPrograms) {
   Tree tree;
+  auto header = [&](const std::string& bytes) {
+    tree.File("image", bytes);
+    return Tavrix("header \"" + tree.Path("image") + "\"");
+  };
   for (bool wide : {false, true}) {
-    std::string bytes = ProgramImage(wide);
-    Result result = Header(tree, bytes);
-    EXPECT_EQ(result.code, 0);
-    ExpectFields(result.output,
-                 {{"e_magic", "= 0x5a4d MZ"},
-                  {"e_ovno", "= 0x000d"},
-                  {"e_lfanew", "= 0x00000048 .*"},
-                  {"Machine", wide ? "= 0x8664 AMD64" : "= 0x014c I386"},
-                  {"Characteristics", R"(= 0x2102 EXECUTABLE\|32BIT\|DLL)"},
-                  {"Magic", wide ? R"(= 0x020b PE32\+)" : "= 0x010b PE32"},
-                  {"ImageBase", wide ? "= 0x40000000" : "= 0x00400000"},
-                  {wide ? "ImageBase, high" : "BaseOfData", wide ? "= 0x00000001" : "= 0x00000006"},
-                  {"MinorImageVersion", "= 0x0004"},
-                  {"Subsystem", "= 0x0003 WINDOWS_CUI"},
-                  {"DllCharacteristics", R"(= 0x0141 DYNAMIC_BASE\|NX \[1\])"},
-                  {"PointerToRawData", "= 0x00000004"},
-                  {"Characteristics", R"(= 0x60000020 CODE\|EXECUTE\|READ)"}});
-    EXPECT_NE(result.output.find("struct IMAGE_SECTION_HEADER \".te.t\":\n"), std::string::npos)
-        << result.output;
-    ExpectTruncatedRefused(tree, bytes, bytes.size());
+    const std::string bytes = ProgramImage(wide);
+    const Result whole = header(bytes);
+    EXPECT_EQ(whole.code, 0);
+    const char* const kFields[] = {
+        "e_magic +=  *0x5a4d MZ",
+        "e_ovno += 0x000d",
+        "e_lfanew += 0x00000048 .*",
+        wide ? "Machine += 0x8664 AMD64" : "Machine += 0x014c I386",
+        R"(Characteristics += 0x2102 EXECUTABLE\|32BIT\|DLL)",
+        wide ? R"(Magic += 0x020b PE32\+)" : "Magic += 0x010b PE32",
+        wide ? "ImageBase += 0x40000000" : "ImageBase += 0x00400000",
+        wide ? "ImageBase, high += 0x00000001" : "BaseOfData += 0x00000006",
+        "MinorImageVersion += 0x0004",
+        "Subsystem += 0x0003 WINDOWS_CUI",
+        R"(DllCharacteristics += 0x0141 DYNAMIC_BASE\|NX \[1\])",
+        "PointerToRawData += 0x00000004",
+        R"(Characteristics += 0x60000020 CODE\|EXECUTE\|READ)",
+        "struct IMAGE_SECTION_HEADER \"\\.te\\.t\":"};
+    for (const char* field : kFields)
+      EXPECT_TRUE(std::regex_search(whole.output, std::regex(std::string("[ *\n]") + field + "\n")))
+          << field << whole.output;
+    for (size_t size : {0, 1, 2, 63, 64, 71, 95, 97, 119, 175, 176, 215}) {
+      const Result cut = header(bytes.substr(0, size));
+      EXPECT_EQ(cut.code, 1) << size;
+      EXPECT_TRUE(std::regex_match(cut.output, std::regex("tavrix: .*\n"))) << cut.output;
+    }
+    for (auto [at, value] : {std::pair(96, 9), {63, 0xFF}, {60, 0x44}})  // no such kind or place
+      EXPECT_EQ(header(std::string(bytes).replace(at, 1, 1, static_cast<char>(value))).code, 1);
   }
-  std::string bytes = ProgramImage(false);
-  bytes[96] = 9;  // an unknown kind of optional header
-  EXPECT_EQ(Header(tree, bytes).code, 1);
-  bytes = ProgramImage(false);
-  EXPECT_EQ(Header(tree, bytes.replace(60, 4, "\xF0\xFF\xFF\xFF")).code, 1);
-  EXPECT_EQ(Header(tree, bytes.replace(60, 4, std::string("\x44\0\0\0", 4))).code, 1);
 }
 
 TEST(Tool, TellsTheTime) {
@@ -338,7 +278,6 @@ TEST(Tool, TellsTheTime) {
 #endif
   EXPECT_EQ(time.code, 0);
   EXPECT_TRUE(std::regex_match(time.output, std::regex(R"(\d\d?\.\d{3}\n)"))) << time.output;
-  Expect("time no-such-program-here", 1, "tavrix: cannot start 'no-such-program-here'\n");
 }
 
 #ifndef _WIN32
@@ -346,28 +285,12 @@ TEST(Tool, OutputThatIsNotWrittenIsAFailure) {
   Tree tree;
   tree.File("f.c", ProgramImage(false));
   std::string in = " '" + tree.Path() + "' ", file = " '" + tree.Path("f.c") + "' ";
-  const std::vector<std::string> commands = {"list" + in,
-                                             "walk" + in + "'*'",
-                                             "companion" + file + ".c",
-                                             "dump" + file,
-                                             "header" + file,
-                                             "scan" + file,
-                                             "scan --count" + file,
-                                             "progress" + in,
-                                             "compare a b 1",
-                                             "unhex 41",
-                                             "span a a",
-                                             "cspan a b",
-                                             "length a",
-                                             "expand A",
-                                             "time true",
-                                             "stamp",
-                                             "colors",
-                                             "error 29",
-                                             "--help",
-                                             "list --help",
-                                             "--version"};
-  for (const std::string& command : commands) {
+  const std::string all = "list" + in + ";walk" + in + "'*';companion" + file + ".c;dump" + file +
+                          ";header" + file + ";scan" + file + ";scan --count" + file + ";progress" +
+                          in + ";compare a b 1;unhex 41;span a a;cspan a b;length a;expand A;" +
+                          "time true;stamp;colors;error 29;--help;list --help;--version";
+  std::istringstream commands(all);
+  for (std::string command; std::getline(commands, command, ';');) {
     EXPECT_EQ(Tavrix(command).code, 0) << command;
     Expect(command + " >/dev/full", 1, "tavrix: the output is not written\n");
   }
@@ -388,7 +311,6 @@ TEST(Tool, WrongOptionsGetOneLine) {
   }
   EXPECT_EQ(Tavrix("--help").code, 0);
   EXPECT_NE(Tavrix("list --help").output.find("--recurse"), std::string::npos);
-  EXPECT_EQ(Tavrix("--version").output, "tavrix " TAVRIX_VERSION "\n");
 }
 
 }  // namespace
