@@ -113,54 +113,32 @@ TEST(PosixConsole, LosesNoInput) {
   }
 }
 
-TEST(PosixConsole, ColoursTextAsTheAttributeSays) {
-  struct {
-    WORD attribute;
-    const char* bytes;
-    Look look;
-  } const kRows[] = {{0x0C, "\x1b[0;91;40m", {9, 0}},
-                     {0xA1, "\x1b[0;34;102m", {4, 10}},
-                     {0xC074, "\x1b[0;31;47;4;7m", {1, 7, true, true}},
-                     {0x8007, "\x1b[0;4m", {.underline = true}},
-                     {0x07, "\x1b[0m", {}}};
-  for (const auto& row : kRows) {
-    Terminal terminal(20, 5);
-    terminal.Run([&row] {
-      printf("old");
-      EXPECT_TRUE(SetConsoleTextAttribute(Output(), row.attribute));
-      printf("new");
-      CONSOLE_SCREEN_BUFFER_INFO info = {};
-      EXPECT_TRUE(GetConsoleGeometry(Output(), &info));
-      EXPECT_EQ(info.wAttributes, row.attribute);
-    });
-    EXPECT_EQ(terminal.Bytes(), std::string("old") + row.bytes + "new");
-    EXPECT_EQ(terminal.At(2, 0).look, Look{});
-    EXPECT_EQ(terminal.At(3, 0).look, row.look);
-  }
-}
-
-TEST(PosixConsole, RecoloursCellsWhereTheTerminalCan) {
-  for (const std::string term : {"xterm-kitty", "xterm", "dumb"}) {
-    Terminal terminal(4, 2, {.term = term.c_str()});
+TEST(PosixConsole, ColoursTextAndCellsWhereTheTerminalCan) {
+  const std::string term[] = {"xterm", "xterm-kitty"};
+  for (bool cells : {false, true}) {
+    Terminal terminal(4, 2, {.term = term[cells].c_str()});
     terminal.Run([] {
-      printf("abcdefgh");
-      EXPECT_EQ(WriteCells({2, 0}, {0x1E, 0x1E, 0x1E, 7, 0x0C, 0x0C, 0x0C, 0x0C}), 6u);
-      Attributes cells(9);
-      DWORD read = 99;
-      EXPECT_TRUE(ReadConsoleOutputAttribute(Output(), cells.data(), 9, {1, 0}, &read));
-      EXPECT_EQ(read, 7u);
-      EXPECT_EQ(cells, (Attributes{7, 0x1E, 0x1E, 0x1E, 7, 0x0C, 0x0C, 0, 0}));
+      printf("a");
+      EXPECT_TRUE(SetConsoleTextAttribute(Output(), 0xA1));
+      printf("b");
+      EXPECT_TRUE(SetConsoleTextAttribute(Output(), 7));
+      printf("cdefgh");
+      EXPECT_EQ(WriteCells({2, 0}, {0x1E, 0x1E, 0x1E}), 3u);
+      EXPECT_EQ(WriteCells({2, 1}, {0xC074, 0x8007, 0x0C, 0x0C}), 2u);
+      Attributes read(9);
+      DWORD count = 99;
+      EXPECT_TRUE(ReadConsoleOutputAttribute(Output(), read.data(), 9, {1, 0}, &count));
+      EXPECT_EQ(count, 7u);
+      EXPECT_EQ(read, (Attributes{7, 0x1E, 0x1E, 0x1E, 7, 0xC074, 0x8007, 0, 0}));
       EXPECT_EQ(WriteCells({4, 1}, {1}), 0u);
       EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-      EXPECT_FALSE(ReadConsoleOutputAttribute(Output(), nullptr, 1, {0, -1}, &read));
-      EXPECT_EQ(read, 0u);
+      EXPECT_FALSE(ReadConsoleOutputAttribute(Output(), nullptr, 1, {0, -1}, &count));
+      EXPECT_EQ(count, 0u);
     });
     EXPECT_EQ(terminal.Text(), "abcd\nefgh");
-    EXPECT_EQ(terminal.Bytes() != "abcdefgh", term == "xterm-kitty");
-    if (term != "xterm-kitty") continue;
-    const Look yellow = {11, 4}, red = {9, 0};
-    const Look expected[] = {{}, {}, yellow, yellow, yellow, {}, red, red};
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(terminal.At(i % 4, i / 4).look, expected[i]) << i;
+    const Look text = {4, 10}, yellow = {11, 4}, both = {1, 7, true, true}, under = {-1, -1, true};
+    const Look expected[2][8] = {{{}, text}, {{}, text, yellow, yellow, yellow, {}, both, under}};
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(terminal.At(i % 4, i / 4).look, expected[cells][i]) << i;
   }
 }
 
@@ -177,18 +155,15 @@ TEST(PosixConsole, PutsTheTerminalBackAtEveryEnd) {
     EXPECT_EQ(terminal.CursorShape(), 0) << code;
     EXPECT_EQ(terminal.CurrentLook(), look) << code;
   };
-  expect(0, {11, 4}, [] { printf("buffered"); });
+  expect(0, {11, 4}, [] {});
+  expect(0, {}, [] { SetConsoleTextAttribute(Output(), 7), printf("buffered"); });
   EXPECT_EQ(terminal.Bytes().find("buffered") + 8, terminal.Bytes().find("\x1b[?7h"));
   expect(300 - 256, {}, [] { ExitProcess(300); });
   expect(-SIGABRT, {}, abort);
   for (int number : {SIGTERM, SIGSEGV, SIGINT}) expect(-number, {}, [number] { raise(number); });
-  int code = terminal.Run([] {
-    ChangeAll();
-    tcflow(STDOUT_FILENO, TCOOFF);
-    EXPECT_EQ(Place(), "0,0");
-    raise(SIGTERM);
-  });
-  EXPECT_EQ(code, -SIGTERM) << "output that was stopped holds nothing up";
+  // Output that was stopped holds nothing up.
+  const int code = terminal.Run([] { ChangeAll(), tcflow(STDOUT_FILENO, TCOOFF), raise(SIGTERM); });
+  EXPECT_EQ(code, -SIGTERM);
 }
 
 TEST(PosixConsole, WritesNoSequenceToADumbTerminal) {

@@ -97,9 +97,7 @@ TEST(PosixFind, DescribesEntriesInTheOrderOfTheRealSystem) {
       {tree.Path("what*?/?*r"), {"inner"}},  // a folder may be called that here
       {tree.Path("none*"), {"<2>"}},
       {tree.Path() + "/", {"<2>"}},
-      {std::string(255, 'a'), {"<2>"}},
       {tree.Path("missing/*"), {"<3>"}},
-      {tree.Path("file/deeper/*"), {"<3>"}},
       {tree.Path("loop/*"), {"<3>"}},
       {"", {"<3>"}},
       {tree.Path("mis*ing/*"), {"<123>"}},
@@ -122,21 +120,23 @@ TEST(PosixFind, DescribesEntriesInTheOrderOfTheRealSystem) {
 
 TEST(PosixFind, NeverHandsOutAStaleDirectory) {
   Tree tree;
-  Names names = {"n0", "n1"};
-  for (const std::string& name : names) tree.File("d/" + name);
-  auto trial = [&, round = 2000](tavrix_test::Choices& choices) mutable {
-    if (++round % 40 == 39) Settle();  // now and then the directory is kept, and must be let go
-    for (int before = round % 3; before > 0; --before) List(tree.Path("d/n*"));
-    const std::string name = "n" + std::to_string(round);
-    const uint32_t which = names.size() > 2 ? choices.Below(3) : 0;
-    if (which == 0) tree.File("d/" + name);
-    if (which == 1) tree.Remove("d/" + names.back());
-    if (which == 2) tree.Rename("d/" + names.back(), "d/" + name);
-    if (which != 0) names.pop_back();
-    if (which != 1) names.push_back(name);
-    return List(tree.Path("d/n*")) == names ? "" : "stale";
+  auto trial = [&tree](tavrix_test::Choices& choices) {
+    Names names;
+    for (int round = 2000; round < 2400; ++round) {
+      if (round % 40 == 39) Settle();  // now and then the directory is kept, and must be let go
+      for (int before = round % 3; before > 0; --before) List(tree.Path("d/n*"));
+      const std::string name = "n" + std::to_string(round);
+      const uint32_t which = names.size() > 2 ? choices.Below(3) : 0;
+      if (which == 0) tree.File("d/" + name);
+      if (which == 1) tree.Remove("d/" + names.back());
+      if (which == 2) tree.Rename("d/" + names.back(), "d/" + name);
+      if (which != 0) names.pop_back();
+      if (which != 1) names.push_back(name);
+      if (List(tree.Path("d/n*")) != names) return name;
+    }
+    return std::string();
   };
-  EXPECT_EQ(tavrix_test::RunTrials(1, 400, trial), "");
+  EXPECT_EQ(tavrix_test::RunTrials(3, 3, trial), "");
   Settle();
   List(tree.Path("d/n*"));
   tree.Rename("d", "old");

@@ -24,31 +24,20 @@ TEST(PosixName, FullNamesAreAsTheModelSays) {
 TEST(PosixName, FullNamesObeyTheBuffer) {
   ASSERT_EQ(chdir("/usr"), 0);
   const std::string longest(260, 'a');
-  const struct {
-    const char* name;
-    DWORD size, result;
-    const char *full, *part;
-    DWORD error;
-  } kRows[] = {{"/abc", 4, 5, "x", nullptr, 0},
-               {"/abc", 5, 4, "/abc", "abc", 0},
-               {"/abc/", 300, 5, "/abc/", nullptr, 0},
-               {"C:", 300, 2, "C:", nullptr, 0},
-               {"C:abc", 300, 5, "C:abc", "abc", 0},
-               {"", 300, 0, "x", nullptr, ERROR_INVALID_NAME},
-               {nullptr, 300, 0, "x", nullptr, ERROR_INVALID_NAME},
-               {longest.c_str(), 300, 0, "x", nullptr, ERROR_FILENAME_EXCED_RANGE}};
-  for (const auto& row : kRows) {
-    char buffer[300] = "x", *part = nullptr;
-    SetLastError(0);
-    EXPECT_EQ(GetFullPathNameA(row.name, row.size, buffer, &part), row.result);
-    EXPECT_STREQ(buffer, row.full);
-    EXPECT_STREQ(part, row.part) << buffer;
-    EXPECT_EQ(GetLastError(), row.error);
-  }
-  EXPECT_EQ(GetFullPathNameA("/abc", 300, nullptr, nullptr), 5u);
-  EXPECT_EQ(GetFullPathNameA(longest.c_str() + 1, 0, nullptr, nullptr), 265u) << "over the limit";
-  EXPECT_EQ(GetFileAttributesA(""), INVALID_FILE_ATTRIBUTES);
-  EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+  char buffer[300], *part;
+  auto full = [&](const char* name, DWORD size = sizeof buffer) {
+    part = strcpy(buffer, "x");
+    const DWORD length = GetFullPathNameA(name, size, buffer, &part);
+    const std::string text = std::to_string(length) + " " + buffer + " " + (part ? part : "");
+    return length == 0 ? "<" + std::to_string(GetLastError()) + ">" : text;
+  };
+  EXPECT_EQ(full("/abc", 4), "5 x x");
+  EXPECT_EQ(full("/abc", 5), "4 /abc abc");
+  EXPECT_EQ(full("/abc/"), "5 /abc/ ");
+  EXPECT_EQ(full("C:abc"), "5 C:abc abc");
+  EXPECT_EQ(full(""), "<123>");
+  EXPECT_EQ(full(longest.c_str()), "<206>");
+  EXPECT_EQ(full(longest.c_str() + 1, 5), "265 x x") << "over the limit";
 }
 
 TEST(PosixName, TemporaryFilesHaveNamesOfTheirOwn) {
@@ -80,7 +69,6 @@ TEST(PosixName, TemporaryFilesHaveNamesOfTheirOwn) {
       {tree.Path("file"), 0, 0, ERROR_DIRECTORY},
       {"", 0, 0, ERROR_DIRECTORY},
       {std::string(248, 'n'), 0xFFFF, 0, ERROR_BUFFER_OVERFLOW},
-      {std::string(500, 'n'), 0xFFFF, 0, ERROR_BUFFER_OVERFLOW},
       {tree.Path("dir"), 0, EEXIST, ERROR_FILE_EXISTS},  // under every number
       {tree.Path("dir"), 0, EACCES, ERROR_ACCESS_DENIED}};
   for (const auto& [folder, number, failure, error] : kRows) {
