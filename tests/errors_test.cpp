@@ -38,9 +38,9 @@ std::string Told(char letter, uint32_t n) {
   if (letter == 'x') return Line("%X", std::exchange(ErrCurrent->nPending, 0));
   if (letter == 'f') return std::string(ErrFormat(n, 5) ? ErrFormat(n, 5) : "null");
   if (letter == 'b') return ReportBuffer;
+  if (letter != 'e') return "";
   const ErrorEntry& entry = ErrCurrent->entries[n];
-  if (letter == 'e') return Line("%X:%X", entry.flags, static_cast<uint32_t>(entry.value));
-  return "";
+  return Line("%X:%X", entry.flags, static_cast<uint32_t>(entry.value));
 }
 
 // A line holds letters with numbers and, behind "=", what they tell on an empty stack.
