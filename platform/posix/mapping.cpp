@@ -341,10 +341,12 @@ BOOL UnmapViewOfFile(const void* view) {
   Extent* extent = extents;
   while (extent && (!extent->base || extent->base != view)) extent = extent->next;
   if (!extent) return Fail(ERROR_INVALID_ADDRESS);
-  if (munmap(extent->base, extent->size) != 0) {
-    // Without memory for a part of what the system has joined: the file is let go of at least.
-    mmap(extent->base, extent->size, PROT_NONE,
-         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
+  // munmap fails where memory for cutting a joined mapping is missing. The pages are replaced then, so
+  // that the file is let go of. Where that fails too, the view stays as it is.
+  if (munmap(extent->base, extent->size) != 0 &&
+      mmap(extent->base, extent->size, PROT_NONE,
+           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0) == MAP_FAILED) {
+    return Fail(ERROR_NOT_ENOUGH_MEMORY);
   }
   roomEnd = reinterpret_cast<uintptr_t>(extent->base) + RoundUp(extent->size, kGranularity);
   Leave(extent);
