@@ -90,6 +90,7 @@ TEST(PosixFind, DescribesEntriesInTheOrderOfTheRealSystem) {
                      "what*?", "_", "\xE4\xFF"}));
   }
   EXPECT_EQ(Attributes(tree.Path("FIXED")), FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_READONLY);
+  EXPECT_EQ(Attributes(tree.Path("FIXED"), Ask::kNames), FILE_ATTRIBUTE_ARCHIVE);
   EXPECT_EQ(Attributes(tree.Path("folder")), FILE_ATTRIBUTE_DIRECTORY);
   EXPECT_EQ(List(tree.Path("*"), Ask::kDirectories), (Names{".", "..", "folder", "what*?"}));
   const std::pair<std::string, Names> kRows[] = {

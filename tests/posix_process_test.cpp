@@ -67,6 +67,8 @@ TEST(PosixProcess, RunsProgramsFromACleanStart) {
   EXPECT_EQ(RunLine("sh -c \"ls /proc/self/fd >" + tree.Path("out") + "\""), 0);
   EXPECT_EQ(tree.Read("out"), "0\n1\n2\n3\n") << "the list itself takes one";
   EXPECT_EQ(RunLine("sh -c \"kill -15 $$; exit 0\""), 128 + 15);
+  for (int number : {SIGPIPE, SIGCHLD}) signal(number, SIG_IGN);
+  EXPECT_EQ(RunLine("grep -q ^SigIgn:.*[02468ace][02468ace]...$ /proc/self/status"), 0);
 }
 
 TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {
