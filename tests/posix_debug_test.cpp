@@ -46,7 +46,7 @@ TEST(PosixDebug, WaitsForNoReader) {
       std::string text;
       for (int i = 100'000; i < 120'000; ++i) {
         text += std::to_string(i) + "\n";
-        if (text.size() == 7000) OutputDebugStringA(std::exchange(text, "").c_str());
+        if (text.size() == 8400) OutputDebugStringA(std::exchange(text, "").c_str());
       }
       return fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK;
     });

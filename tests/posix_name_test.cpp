@@ -76,6 +76,26 @@ TEST(PosixName, TemporaryFilesHaveNamesOfTheirOwn) {
     EXPECT_EQ(GetTempFileNameA(folder.c_str(), "pre", number, name), 0u) << folder;
     EXPECT_EQ(GetLastError(), error) << folder;
   }
+  for (const auto& [variable, folder] : {std::pair(std::string("/a//b/."), "/a/b/"),
+                                         {"", "/tmp/"},
+                                         {"C:x", "/tmp/"},
+                                         {std::string(260, 'n'), "/tmp/"}}) {
+    setenv("TMPDIR", variable.c_str(), 1);
+    EXPECT_EQ(GetTempPathA(sizeof name, name), strlen(folder));
+    EXPECT_STREQ(name, folder);
+  }
+  // Who may be deleted; of a link itself.
+  tree.SetReadOnly("file", true);
+  std::filesystem::create_symlink("dir", tree.root() / "link");
+  for (const auto& [other, error] : {std::pair("none", ERROR_FILE_NOT_FOUND),
+                                     {"dir", ERROR_ACCESS_DENIED},
+                                     {"file", ERROR_ACCESS_DENIED},
+                                     {"link", ERROR_SUCCESS}}) {
+    SetLastError(0);
+    EXPECT_EQ(DeleteFileA(tree.Path(other).c_str()), error == ERROR_SUCCESS) << other;
+    EXPECT_EQ(GetLastError(), error) << other;
+  }
+  EXPECT_TRUE(tree.Exists("dir") && tree.Exists("file") && !tree.Exists("link"));
 }
 
 // The value, or "<code>" with the last error when there is none.

@@ -67,6 +67,11 @@ TEST(PosixProcess, RunsProgramsFromACleanStart) {
   EXPECT_EQ(RunLine("sh -c \"ls /proc/self/fd >" + tree.Path("out") + "\""), 0);
   EXPECT_EQ(tree.Read("out"), "0\n1\n2\n3\n") << "the list itself takes one";
   EXPECT_EQ(RunLine("sh -c \"kill -15 $$; exit 0\""), 128 + 15);
+  for (int number : {SIGPIPE, SIGCHLD}) signal(number, SIG_IGN);
+  RunLine("cp /proc/self/status " + tree.Path("status"));  // a shell catches signals of its own
+  const std::string status = tree.Read("status"),
+                    ignored = status.substr(status.find("SigIgn:") + 7);
+  EXPECT_EQ(std::stoull(ignored, nullptr, 16) & 0x11000, 0u) << "of these two";
 }
 
 TEST(PosixProcess, SearchesPathAndTellsWhyAProgramDidNotStart) {

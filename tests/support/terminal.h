@@ -19,8 +19,10 @@
 #include <utmp.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -79,7 +81,7 @@ class Terminal {
     const winsize size = {static_cast<uint16_t>(rows_), static_cast<uint16_t>(columns_), 0, 0};
     if (openpty(&master_, &slave, nullptr, nullptr, &size) != 0 || pipe2(errors, O_CLOEXEC) != 0 ||
         pipe2(failures, O_CLOEXEC) != 0) {
-      ADD_FAILURE() << "no terminal";
+      ADD_FAILURE() << "no terminal: " << strerror(errno);
       return -1;
     }
     Type(options_.typedAhead);
@@ -222,7 +224,7 @@ class Terminal {
       std::string answer = questions_++ == 0 ? options_.beforeAnswer : "";
       const std::string place = std::to_string(row_ + 1) + ";" + std::to_string(column_ + 1);
       Type(options_.mute ? answer : answer + "\x1b[" + place + "R");
-    } else if (sequence.ends_with("$r") && n.size() > 4 && n[0] == n[2]) {
+    } else if (sequence.ends_with("$r") && n.size() > 4 && n[0] == n[2] && n[3] <= columns_) {
       for (int column = n[1]; column <= n[3]; ++column)
         for (size_t i = 4; i < n.size(); ++i)
           known &= cells_.at((n[0] - 1) * columns_ + column - 1).look.Apply(n[i]);
