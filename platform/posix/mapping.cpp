@@ -341,8 +341,8 @@ BOOL UnmapViewOfFile(const void* view) {
   Extent* extent = extents;
   while (extent && (!extent->base || extent->base != view)) extent = extent->next;
   if (!extent) return Fail(ERROR_INVALID_ADDRESS);
-  // munmap fails where memory for cutting a joined mapping is missing. The pages are replaced then, so
-  // that the file is let go of. Where that fails too, the view stays as it is.
+  // munmap fails where memory for cutting a joined mapping is missing. The pages are replaced then,
+  // so that the file is let go of. Where that fails too, the view stays as it is.
   if (munmap(extent->base, extent->size) != 0 &&
       mmap(extent->base, extent->size, PROT_NONE,
            MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0) == MAP_FAILED) {
