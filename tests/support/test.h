@@ -44,7 +44,6 @@
 #include "tests/support/call.h"
 #include "tests/support/child.h"
 #include "tests/support/console.h"
-#include "tests/support/deadline.h"
 #include "tests/support/leaks.h"
 #include "tests/support/limit.h"
 #include "tests/support/terminal.h"
