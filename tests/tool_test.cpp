@@ -10,7 +10,7 @@
 #define WEXITSTATUS(status) (status)
 #define EXIT_3 "\"cmd /c exit 3\""
 #else
-#define EXIT_3 "\"sh -c 'exit 3'\""
+#define EXIT_3 "'sh -c \"exit 3\"'"
 #endif
 
 namespace {
