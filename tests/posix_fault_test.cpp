@@ -145,17 +145,6 @@ class PublicFault : public testing::Test {
          while (XFileList(name, "%TVX_LIST%", "*.txt", FL_RECURSE)) ++count;
          return count == 3;  // the last pattern reports twice in a subdirectory
        }},
-      {"FileListDrives", kQuiet,
-       [this] {
-         MemSplit drives = {};
-         MemSplitInit(&drives, "", 0, "", 0);
-         FileFinderSelect(nullptr);
-         if (CurrentFinder) CurrentFinder->pDrives = &drives;
-         FileListDrives(nullptr, 0);
-         bool done = CurrentFinder && FileListDrives(tree_.Path().c_str(), ~0u) != 0x80000000;
-         if (CurrentFinder) CurrentFinder->pDrives = nullptr;
-         return done;
-       }},
       {"FileWalk FileWalkB", kQuiet,
        [this] {
          static int count;
@@ -173,19 +162,18 @@ class PublicFault : public testing::Test {
          return Open(FO_MAPPED | FO_READ) && FileSplitPath("f", &rec) == 0 &&
                 FileStat(name_.c_str(), &rec) == 0;
        }},
-      {"FileOpen FileSelect FileObjOpen FileObjSelect FileObjClose", kRaises,
-       [this] {
-         FileObject* stream = Open(FO_READ | FO_STREAM_BUFFER | FO_NAME);
-         FileObject* own = FileObjSelect(nullptr);
-         bool done = stream && own && FileObjOpen(own, name_.c_str(), FO_READ);
-         if (own) FileObjClose(own);
-         return done;
-       }},
-      {"FileOpenBeside FileObjOpenBeside", kRaises,
+      {"FileOpen FileSelect FileObjOpen FileObjSelect FileObjClose FileOpenBeside"
+       " FileObjOpenBeside",
+       kRaises,
        [this] {
          tree_.File("f.ini");
-         return FileOpenBeside((name_ + ".exe").c_str(), ".ini", FO_READ) &&
-                FileObjOpenBeside((name_ + ".exe").c_str(), ".ini", FO_READ);
+         FileObject* stream = Open(FO_READ | FO_STREAM_BUFFER | FO_NAME);
+         FileObject* own = FileObjSelect(nullptr);
+         bool done = stream && own && FileObjOpen(own, name_.c_str(), FO_READ) &&
+                     FileOpenBeside((name_ + ".exe").c_str(), ".ini", FO_READ) &&
+                     FileObjOpenBeside((name_ + ".exe").c_str(), ".ini", FO_READ);
+         if (own) FileObjClose(own);
+         return done;
        }},
       {"FileRevert FileNameRefresh", kFatal,
        [this] {
@@ -241,12 +229,6 @@ class PublicFault : public testing::Test {
                 ScanDefine(symbols_, 0) == 0 && ScanSetValue(kLong.data(), 3000) &&
                 ScanAddValue(kLong.data(), 3000);
        }},
-      {"ErrStackAttach ErrSetTable", kRaises,
-       [] {
-         static const MessageRow rows[] = {{1, "one", 0}, {0, "other", 0}};
-         ErrClass(0);
-         return ErrSetTable(nullptr, rows) && ErrSetTable(nullptr, nullptr);
-       }},
       {"ErrRaiseText ErrPushText ErrText ErrFormat ErrGetText", kQuiet,
        [] {
          static char text[4000];
@@ -268,10 +250,13 @@ class PublicFault : public testing::Test {
          ErrReport(report, ERR_REPORT_COMPOSE | ERR_REPORT_FULL);
          return strstr(report, "text") && strstr(report, "(112)");
        }},
-      {"ClsAttach", kRaises,
+      {"ClsAttach ErrSetTable", kRaises,
        [] {
+         static const MessageRow rows[] = {{1, "one", 0}, {0, "other", 0}};
+         ErrClass(0);
          void* thing = ClsAttach(kFmtTag, nullptr, kFmtClass, sizeof(Formatter), nullptr);
-         return thing && ClsDetach(kFmtTag, &thing) == 0;
+         return thing && ClsDetach(kFmtTag, &thing) == 0 && ErrSetTable(nullptr, rows) &&
+                ErrSetTable(nullptr, nullptr);
        }},
       {"MemResize MemExtend MemBufNew MemBufSet MemBufAdd MemBufSplice MemBufPrintf", kRaises,
        [] {
@@ -301,39 +286,32 @@ class PublicFault : public testing::Test {
          MemBufFree(&buf);
          return done;
        }},
-      {"MemHashInit MemHashAdd MemHashSize MemHashDump", kRaises,
+      {"MemHashInit MemHashAdd MemHashSize MemHashDump MemPoolNew MemPoolAdd MemSplitInit", kRaises,
        [] {
          Hash hash = {};
+         MemBuf buf = {2048, 0, 0, nullptr};
          TraceFile = fopen("/dev/null", "w");
          bool done = MemHashInit(&hash, 2, 1, nullptr, nullptr) == 0 &&
                      MemHashAdd(&hash, kLong.data(), 3000, 1) && MemHashAdd(&hash, "other", 4, 2) &&
-                     MemHashSize(&hash, 5, 0) == 0 && MemHashDump(&hash, "other", 4) == 0;
+                     MemHashSize(&hash, 5, 0) == 0 && MemHashDump(&hash, "other", 4) == 0 &&
+                     MemPoolNew(&buf, "a", 1) && MemPoolAdd(&buf, kLong.data(), 3000);
          MemHashFree(&hash);
-         fclose(TraceFile);
-         TraceFile = nullptr;
-         return done;
-       }},
-      {"MemPoolNew MemPoolAdd", kRaises,
-       [] {
-         MemBuf buf = {2048, 0, 0, nullptr};
-         bool done = MemPoolNew(&buf, "a", 1) && MemPoolAdd(&buf, kLong.data(), 3000);
          MemPoolFree(&buf);
-         return done;
-       }},
-      {"MemSplitInit", kRaises,
-       [] {
+         fclose(std::exchange(TraceFile, nullptr));
          MemSplit* split = MemSplitInit(nullptr, "a;b", 3, ";", 1);
          free(split);
-         return split != nullptr;
+         return done && split;
        }},
       {"FmtSelect FmtHex FmtDump", kRaises,
        [] {
          return FmtSelect(nullptr) && FmtHex(kLong.data(), 3000, nullptr, 0) &&
                 FmtDump(kLong.data(), 100, 0, 0) == 0;
        }},
-      {"CslExpand CslSetPrompt", kQuiet,
-       [] { return CslExpand("%TVX_NAME%%TVX_NAME%") && CslSetPrompt("\x1B[1m"); }},
-      {"CslAtExit", kQuiet, [] { return CslAtExit([] {}, 1) == 0; }},
+      {"CslExpand CslSetPrompt CslAtExit", kQuiet,
+       [] {
+         return CslExpand("%TVX_NAME%%TVX_NAME%") && CslSetPrompt("\x1B[1m") &&
+                CslAtExit([] {}, 1) == 0;
+       }},
       {"SetEnvironmentVariableA FormatMessageA OpenProcessToken GetDriveTypeA", kQuiet,
        [] {
          char* text;
