@@ -129,7 +129,6 @@ TEST(Errors, StacksAreAttachedAndReplaced) {
   ErrorStack own = {}, *first = ErrCurrent;
   const std::string longText(100, 'x');
   const char* kept = ErrText(31, longText.c_str());
-  ErrText(31, longText.c_str());  // the buffer moves
   EXPECT_EQ(ErrStackAttach(&own), &own);
   EXPECT_EQ(own.nHighest, 39u);
   ErrClass(0);
@@ -140,12 +139,10 @@ TEST(Errors, StacksAreAttachedAndReplaced) {
   EXPECT_EQ(first->nHighest, 39u);
   EXPECT_EQ(ErrClass(kCollectRequest), 0u);
   EXPECT_EQ(ErrCurrent, nullptr);
-  ErrRaise(kModule, 18, 7);  // a new one on demand
-  EXPECT_EQ(ErrCurrent->header.flags, INST_OWNED | INST_IMPLICIT);
   uint32_t foreign[sizeof(ErrorStack) / 4] = {1234};
   EXPECT_EQ(ErrSetTable(foreign, kOwn), nullptr);
   EXPECT_EQ(ErrLine, 73);
-  EXPECT_EQ(tavrix_test::ClearedTrail(), "01.1000.04.07");
+  EXPECT_EQ(tavrix_test::ClearedTrail(), "01.1000.04");
 }
 
 }  // namespace
