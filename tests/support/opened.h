@@ -1,24 +1,7 @@
 // What tests of the file module need, and short ways to open and close.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <filesystem>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include "platform/win32.h"       // IWYU pragma: export
-#include "quern/cerr.h"           // IWYU pragma: export
-#include "quern/cfile.h"          // IWYU pragma: export
-#include "quern/cobj.h"           // IWYU pragma: export
-#include "tests/support/call.h"   // IWYU pragma: export
-#include "tests/support/child.h"  // IWYU pragma: export
-#include "tests/support/trail.h"  // IWYU pragma: export
-#include "tests/support/tree.h"   // IWYU pragma: export
+#include "tests/support/test.h"
 
 namespace tavrix_test {
 
