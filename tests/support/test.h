@@ -5,29 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <climits>
 #include <cmath>
 #include <cstdarg>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
-#include <map>
 #include <optional>
-#include <set>
-#include <sstream>
-#include <string>
-#include <string_view>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "exports/tavrix32.h"
 #include "platform/win32.h"
