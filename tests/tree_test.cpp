@@ -98,7 +98,9 @@ TEST(Tree, UnlinksAndLeavesTheNeighbours) {
 
 TEST(Tree, Dumps) {
   Expect(elements.kOffset, {5, 2, 8}, "");
-  auto dump = [] { MemTreeDump(&tree, elements.LinkAt("13")); };
+  auto dump = [] {
+    for (int i = 0; i < 2; ++i) MemTreeDump(i ? nullptr : &tree, elements.LinkAt("13"));
+  };
   EXPECT_EQ(tavrix_test::Numbered(tavrix_test::Traced(dump)),
             R"(Tree (@0): pRoot=@1; nCount=77; nOffset=8; cbfCmpr=@2;
 0001 Node (@3): pPrev=@1; pHigh=0; pLow=0; Cmpr=5;
