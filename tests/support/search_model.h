@@ -28,19 +28,11 @@ inline long Position(const void* hit, const Exact& block) {
   return hit ? static_cast<const char*>(hit) - block.data() : kNone;
 }
 
-// The lower forms of all bytes, in the place of the locale's.
-inline const uint8_t* other_case = nullptr;
-
-inline int Lower(char c) {
-  const uint8_t byte = static_cast<uint8_t>(c);
-  return other_case ? other_case[byte] : std::tolower(byte);
-}
+inline int Lower(char c) { return std::tolower(static_cast<uint8_t>(c)); }
 
 inline bool Equal(char a, char b, uint32_t flags) {
   return flags & MEM_NOCASE ? Lower(a) == Lower(b) : a == b;
 }
-
-// --- patterns ------------------------------------------------------------------------------------
 
 // Backwards `text` holds the byte behind the block, too.
 inline long ModelFind(const std::string& text, size_t length, const std::string& pattern,
@@ -61,8 +53,7 @@ inline bool TryFind(const std::string& text, char behind, const std::string& pat
   const bool backward = flags & MEM_BACKWARD, nocase = flags & MEM_NOCASE;
   const std::string memory = backward ? text + behind : text;
   const Exact block(memory), sought(pattern);
-  const uint32_t length = static_cast<uint32_t>(text.size());
-  const uint32_t n = static_cast<uint32_t>(sought.size());
+  const auto length = static_cast<uint32_t>(text.size()), n = static_cast<uint32_t>(sought.size());
   const long expected = ModelFind(memory, length, pattern, flags);
   bool holds =
       Position(MemFind(block.data(), length, sought.data(), n, flags), block) == expected &&
@@ -125,8 +116,6 @@ inline bool TryWild(const std::string& text, char behind, const std::string& pat
   return Position(hit, block) == ModelWild(text, memory, n, flags, behind);
 }
 
-// --- sets ----------------------------------------------------------------------------------------
-
 inline bool ModelInSet(char byte, const std::string& set, uint32_t flags) {
   bool in = false;
   for (char member : set) in |= Equal(byte, member, flags);
@@ -165,8 +154,6 @@ inline bool TryFindAny(const std::string& text, const std::string& set, uint32_t
   }
   return holds;
 }
-
-// --- replacements --------------------------------------------------------------------------------
 
 // What MemReplaceAll and MemReplaceAny replace and with what; without `copies` the replacement is
 // null.
