@@ -47,18 +47,6 @@ TEST(PosixConsole, MuteTerminalIsAskedOnce) {
   EXPECT_EQ(terminal.Questions(), 1);
 }
 
-TEST(PosixConsole, AsksNothingInTheBackground) {
-  Terminal terminal(20, 5);
-  terminal.Run([] {
-    const int code = tavrix_test::InChild([] {
-      setpgid(0, 0);
-      return SetConsoleCursorPosition(Output(), {4, 2}) && Place() == "4,2" ? 7 : 1;
-    });
-    EXPECT_EQ(code, 7) << "neither stopped nor ended otherwise";
-  });
-  EXPECT_EQ(terminal.Questions(), 0);
-}
-
 // What one read of the input gives: in the terminal's usual mode a line.
 std::string Line() {
   char line[64] = "";
