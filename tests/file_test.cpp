@@ -65,23 +65,6 @@ TEST(File, NameRecordsOutliveTheirFlags) {
   EXPECT_EQ(Close(), "06.01.01");
 }
 
-TEST(File, EntryPointsLeaveTheCurrentFile) {
-  Tree tree;
-  FileObject* a = Open(tree, "a", FO_MAPPED | 18);
-  FileObject* b = FileObjOpen(nullptr, tree.Path("b").c_str(), FO_MAPPED | 18);
-  FileObject* c = FileObjOpenBeside(tree.Path("a.x").c_str(), "", FO_MAPPED | 1);
-  char* at = b->pView;
-  EXPECT_TRUE(FileObjAppendf(b, "%d", 42) == 2 && FileObjPrintf(b, at, "<%s>", "x") == 3);
-  EXPECT_TRUE(FileObjVPrintf(b, at + 1, 1, "yy") == 1 && FileObjReplace(b, at, 1, "[]", 2) == 1);
-  EXPECT_TRUE(FileObjResize(b, -1) == 0 && FileObjSelect(b) == b);
-  ClsSavedFile = nullptr;  // what another class has kept
-  EXPECT_TRUE(c && FileObjClose(c) == 0 && FileObjClose(b) == 0 && FileObjClose(b) == 0);
-  EXPECT_EQ(CurrentFile, a);
-  FileObjClose(a);
-  EXPECT_EQ(CurrentFile, nullptr);
-  EXPECT_EQ(tree.Read("b"), "[]yy>4");
-}
-
 TEST(File, CompanionsAreSearchedBesideThenHereThenAlongThePath) {
   Tree tree;
   for (const char* place : {"app", "here", "path"}) tree.File(std::string(place) + "/t.ini", place);

@@ -17,7 +17,6 @@ const std::string kText(400, 'x');  // as long as a text of the error stack may 
 enum Failure {
   kRaises,  // with an error on the stack
   kQuiet,   // by its result alone
-  kFatal,   // or by an end of the process, as the message says
 };
 
 struct Row {
@@ -107,7 +106,6 @@ class PublicFault : public testing::Test {
       for (int64_t number = 1; code != 0; ++number) {
         auto attempt = [&] { return Attempt<Fault>(row, number); };
         code = plain ? InSilence(attempt) : OnATerminal(attempt);
-        if (row.failure == kFatal && (code == 15 || code == 16)) continue;
         ASSERT_TRUE(code == kHit || code == 0) << code << " " << row.functions << " " << number;
         ASSERT_LT(number, 200) << row.functions;
       }
@@ -174,33 +172,6 @@ class PublicFault : public testing::Test {
                      FileObjOpenBeside((name_ + ".exe").c_str(), ".ini", FO_READ);
          if (own) FileObjClose(own);
          return done;
-       }},
-      {"FileRevert FileNameRefresh", kFatal,
-       [this] {
-         // A backup that was left has a name that the next one may get.
-         for (const auto& left : std::filesystem::directory_iterator(getenv("TMPDIR")))
-           std::filesystem::remove_all(left);
-         tree_.Dir("t" + tree_.Path("t"));
-         FileObject* file = Open(FO_MAPPED | FO_WRITE | FO_BACKUP | FO_NAME);
-         return file && FileNameRefresh() && FileRevert() == 0;
-       }},
-      {"FileMap FileReserve FileFaultFilter", kFatal,
-       [this] {
-         FileObject* file = Open(FO_MAPPED | FO_WRITE | FO_GROW_10K);
-         if (!file || FileMap(0) != 0 || FileMap(5) != 0) return false;
-         EXCEPTION_RECORD record = {};
-         record.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
-         record.ExceptionInformation[1] = reinterpret_cast<uintptr_t>(file->pView + 20'000);
-         EXCEPTION_POINTERS pointers = {&record, nullptr};
-         return FileFaultFilter(nullptr, &pointers) == EXCEPTION_CONTINUE_EXECUTION &&
-                ErrCurrent->nCount == 0;
-       }},
-      {"FileResize FileReplace FileVPrintf FilePrintf FileAppendf", kFatal,
-       [this] {
-         FileObject* file = Open(FO_MAPPED | FO_WRITE);
-         return file && FileResize(100) == 0 && FileReplace(file->pView, 1, kLong.data(), 3000) &&
-                FileVPrintf(file->pView, 1, "%s", kLong.c_str()) &&
-                FilePrintf(file->pView, "%s", kLong.c_str()) && FileAppendf("%s", kLong.c_str());
        }},
       {"FileObjResize FileObjReplace FileObjVPrintf FileObjPrintf FileObjAppendf", kRaises,
        [this] {
