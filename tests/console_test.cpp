@@ -258,28 +258,6 @@ TEST(Console, ColoursArriveAtTheTerminal) {
             "\x1B[0m");
 }
 
-// A question costs a round trip to the terminal, and 400 ms with one that is mute.
-TEST(Console, AsksForTheCursorOnlyWhereItCounts) {
-  auto questions = [](bool set, uint32_t command) {
-    Terminal terminal(20, 5);
-    EXPECT_EQ(terminal.Run([&] {
-      CslSet(CSL_OPEN, 0, 0);
-      set ? CslSet(command, 1, 1) : CslGet(command, nullptr, nullptr);
-    }),
-              0);
-    return terminal.Questions();
-  };
-  const int first = questions(true, CSL_OPEN);
-  for (uint32_t command : {3, 100, 405, 406, 407, 408, 409, 412, 423, 501})
-    EXPECT_EQ(questions(true, command), first) << command;
-  for (uint32_t command : {101, 103, 108, 410, 500})
-    EXPECT_EQ(questions(true, command), first + 1) << command;
-  for (uint32_t command : {100, 204, 210, 409, 501})
-    EXPECT_EQ(questions(false, command), first) << command;
-  for (uint32_t command : {101, 108, 202, 500})
-    EXPECT_EQ(questions(false, command), first + 1) << command;
-}
-
 #endif
 
 }  // namespace

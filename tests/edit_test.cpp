@@ -102,23 +102,5 @@ TEST(Edit, KnowsWhatCannotBeMadeInPlace) {
   EXPECT_STREQ(own, "016784567889..");
 }
 
-TEST(Edit, TheObjectComesAndGoes) {
-  MemBuf buf = {16, 0, 0, nullptr};
-  EXPECT_STREQ(MemBufReplace(&buf, "b", 1, "in", 2, 0), "in");
-  EXPECT_EQ(MemCurrent, nullptr);
-  MemObject* made = MemAttach(nullptr);
-  EXPECT_EQ(MemBufReplace(&buf, "b", 1, "", 0, 0), buf.pData);
-  EXPECT_TRUE(MemCurrent == made && made->nReplaced == 1 && made->mbEdits.nAlign == 1024);
-  MemBufFree(&buf);
-  alignas(MemObject) char memory[sizeof(MemObject)] = {};
-  MemObject* own = MemAttach(memory);
-  MemReplace(memory, 8, memory, 0, nullptr, 1, MEM_RECORD);
-  EXPECT_EQ(MemClass(reinterpret_cast<uintptr_t>(made)), 0u);  // which becomes the current one
-  EXPECT_TRUE(!MemCurrent && ClassLists[kMemClass] == &own->header);
-  EXPECT_EQ(MemClass(kCollectRequest), 0u);
-  EXPECT_EQ(ClassLists[kMemClass], nullptr);
-  EXPECT_EQ(std::string(memory, sizeof memory), std::string(sizeof memory, '\0'));
-}
-
 }  // namespace
 }  // namespace quern

@@ -20,7 +20,12 @@ TEST(PosixDebug, AppendsToTheFileThatWasNamedFirst) {
   for (const char* text : {"one\n", static_cast<const char*>(nullptr), "", "100%s\n"})
     OutputDebugStringA(text);
   EXPECT_TRUE(errno == ERANGE && GetLastError() == 1234);
-  EXPECT_EQ(tree.Read("log"), "old\none\n100%s\n");
+  quern::TraceLevel = 5;
+  quern::Trace(4, "four\n");
+  quern::Trace(6, "dropped");
+  quern::TraceLevel = INT32_MIN | 4;
+  quern::Trace(4, "masked");
+  EXPECT_EQ(tree.Read("log"), "old\none\n100%s\nTrace 04: four\nmasked");
   EXPECT_FALSE(tree.Exists("other"));
 }
 

@@ -65,9 +65,6 @@ TEST(Search, Oddities) {
   }
   // The byte behind is read only when all before it match.
   EXPECT_EQ(MemFind(Exact("abc").data(), 3, "xb", 2, MEM_BACKWARD), nullptr);
-  // Hits among the bytes that the moves left behind are replaced and counted as well.
-  char left[] = "aaaa";
-  EXPECT_EQ(MemReplaceAll(left, 4, "aa", 2, nullptr, 0, 0), 6u);
   EXPECT_EQ(MemCount("ab ab ab", 8, "ab", 2, 0), 4u);        // the first one, as often as it fits
   EXPECT_EQ(MemCount("xab", 2, "ab", 2, MEM_BACKWARD), 1u);  // the length would wrap
   EXPECT_EQ(MemCountAny("xx,xxxx", 7, ",", 1, 0), 3u);       // lengths 7, 5, 3
@@ -75,6 +72,38 @@ TEST(Search, Oddities) {
   EXPECT_EQ(MemCmp("ABCx", "abcy", 3, MEM_NOCASE), 0);
   EXPECT_TRUE(MemCmp("_", "Z", 1, 0) > 0 && MemCmp("_", "Z", 1, MEM_NOCASE) < 0);
   EXPECT_TRUE(MemCmp(nullptr, "a", 1, 0) == -1 && MemCmp("a", nullptr, 1, 0) == 1);
+}
+
+// Bytes that were moved away stay behind the contents, and hits among them are replaced and counted
+// as well.
+TEST(Search, ReplacesInPlace) {
+  const struct {
+    decltype(&MemReplaceAll) replace;
+    const char *text, *what, *with, *left;
+    int32_t change;  // of all: by how much the contents shrink; of any: by how much they grow
+    uint32_t flags = 0;
+  } kRows[] = {
+      {MemReplaceAll, "xaxbx", "ax", "", "xbxbx", 2},
+      {MemReplaceAll, "aaaa", "aa", nullptr, "aaaa", 6},
+      {MemReplaceAll, "abcab", "ab", "xyz", "xyzcxyz", -2},
+      {MemReplaceAll, "aAbAB", "AB", "-", "a--BB", 2, MEM_NOCASE},
+      {MemReplaceAll, "abab.", "ab", "", ".b.b.", 4},
+      {MemReplaceAny, "a,b;c", ",;", "--", "a--b--", 2},
+      {MemReplaceAny, "xaxa.", "a", "", "xx...", -2},
+      {MemReplaceAny, "aBa", "b", "bb", "abbb", 2, MEM_NOCASE},
+      {MemReplaceAny, "abc", "a", nullptr, "bcc", -1},
+      {MemReplaceAny, "abcdb", "bd", "-", "abcd-", 0, MEM_BACKWARD},
+      {MemReplaceAny, "abc", "b", "x", "xbx", 0, MEM_NOTINSET},
+      {MemReplaceAny, "aaa", "a", "aba", "ababa", 4},
+  };
+  for (const auto& row : kRows) {
+    char block[20] = "";
+    const auto length = static_cast<uint32_t>(strlen(strcpy(block, row.text)));
+    const uint32_t change = row.replace(block, length, row.what, strlen(row.what), row.with,
+                                        row.with ? strlen(row.with) : 0, row.flags);
+    EXPECT_EQ(static_cast<int32_t>(change), row.change) << row.text;
+    EXPECT_STREQ(block, row.left);
+  }
 }
 
 // A locale with one byte a letter, where there is one or can be made; then back, for tables are

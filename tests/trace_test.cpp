@@ -32,20 +32,6 @@ TEST(Trace, StreamsGetStampedLines) {
 
 #ifndef _WIN32
 
-TEST(Trace, DebuggersGetLinesAsTheyAre) {
-  tavrix_test::Tree tree;
-  setenv("TAVRIX_DEBUG_OUTPUT", tree.Path("debug").c_str(), 1);
-  Trace(0, "zero\n");
-  Trace(-0x40000000, "hash\n");
-  TraceLevel = 5;
-  Trace(4, "four\n");
-  TraceLevel = INT32_MIN | 4;
-  Trace(4, "masked\n");
-  Trace(2, "two");
-  EXPECT_EQ(tree.Read("debug"),
-            "zero\nTrace -1073741824: hash\nTrace 04: four\nmasked\nTrace 02: two");
-}
-
 TEST(Trace, RestartsAreRefused) {
   EXPECT_EQ(SysShutdown(), -3);
   EXPECT_EQ(ErrLine, 76);

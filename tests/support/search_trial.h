@@ -27,7 +27,7 @@ inline std::string SearchTrial(Choices& choices) {
   }();
   const std::string letters =
       choices.One<std::string>({"ab", "aAbB", "abcdefgh@`[{", {"\0\x80\xE9\xC9z", 5}, "ab,", all});
-  const uint32_t what = choices.Below(6);
+  const uint32_t what = choices.Below(4);
   // Sizes around the widths that vectors have, and any.
   const uint32_t size = choices.OneIn(2) ? choices.Below(200) : (1u << choices.Below(9)) + 2;
   std::string text = choices.OneIn(8) ? Repeated(choices) : choices.Text(letters, size);
@@ -48,16 +48,10 @@ inline std::string SearchTrial(Choices& choices) {
       for (char& c : text)
         if (ModelInSet(c, sought, flags) && choices.Below(50)) c = '\x01';
     agree = TryFindAny(text, sought, flags);
-  } else if (what == 3) {
+  } else {
     text = "a" + choices.Text("abAB", choices.OneIn(8) ? 50 : 6);
     agree = TryWild(text, "ab"[choices.Below(2)], choices.Text({"aAb**?\0", 7}, 7),
                     choices.Text("ab*?", 4), flags & ~MEM_NOTINSET);
-  } else {
-    text = choices.Text("aAb", choices.OneIn(4) ? 120 : 12);
-    const Replacing by = {choices.Text("aAb", 4), choices.Text("aAb", 4), !choices.OneIn(8),
-                          MEM_WILDCARD | flags};
-    agree = TryReplace(false, text, by) && (IsEndless(text, by) || TryReplace(true, text, by));
-    sought = by.what;
   }
   choices.Log("%u flags %x for \"%s\" in \"%s\"\n", what, flags, sought.c_str(), text.c_str());
   return agree ? "" : "other results";
