@@ -1,23 +1,9 @@
-// The console by numbered commands, against the real console calls and on a terminal.
+// The console by numbered commands, on a terminal.
 
 #include "tests/support/test.h"
 
 namespace quern {
 namespace {
-
-using tavrix_test::ClearedTrail;
-
-using Pair = std::pair<int32_t, int32_t>;
-
-Pair Get(uint32_t command) {
-  uintptr_t a = 77, b = 77;
-  EXPECT_EQ(CslGet(command, &a, &b), 0) << command;
-  return {static_cast<int32_t>(a), static_cast<int32_t>(b)};
-}
-
-void Do(uint32_t command, uintptr_t a = 0, uintptr_t b = 0) {
-  EXPECT_EQ(CslSet(command, a, b), 0) << command;
-}
 
 // Of six numbers each, with "," between the rows.
 std::vector<std::array<int64_t, 6>> Rows(std::string text) {
@@ -30,6 +16,20 @@ std::vector<std::array<int64_t, 6>> Rows(std::string text) {
     rows.push_back(row);
   }
   return rows;
+}
+
+#ifndef _WIN32
+
+using Pair = std::pair<int32_t, int32_t>;
+
+Pair Get(uint32_t command) {
+  uintptr_t a = 77, b = 77;
+  EXPECT_EQ(CslGet(command, &a, &b), 0) << command;
+  return {static_cast<int32_t>(a), static_cast<int32_t>(b)};
+}
+
+void Do(uint32_t command, uintptr_t a = 0, uintptr_t b = 0) {
+  EXPECT_EQ(CslSet(command, a, b), 0) << command;
 }
 
 // Each row: a command with two values, and one that is asked for then with what it tells; 77 is not
@@ -51,8 +51,10 @@ WORD AttributeAt(int16_t x, int16_t y) {
   return attribute;
 }
 
+using tavrix_test::Terminal;
+
 TEST(Console, CommandsMoveTheCursor) {
-  auto body = [] {
+  EXPECT_EQ(Terminal(80, 25).Run([] {
     uint32_t echo = 7;
     EXPECT_EQ(CslInMode(4, &echo), 0);
     EXPECT_EQ(echo, 1u);
@@ -73,12 +75,12 @@ TEST(Console, CommandsMoveTheCursor) {
     EXPECT_EQ(CslGet(CSL_POSITION, nullptr, nullptr), 0);
     EXPECT_EQ(CslSet(110, 0, 0) + CslSet(501, 0, 0), -2);
     EXPECT_EQ(CslGet(110, &screen, nullptr), -3);
-  };
-  ON_CONSOLE(body);
+  }),
+            0);
 }
 
 TEST(Console, CursorShapeIsSetAndPutBack) {
-  auto body = [] {
+  EXPECT_EQ(Terminal(80, 25).Run([] {
     Do(CSL_RESTORE_CURSOR);  // before the first use: nothing
     Do(CSL_RESTORE_COLOUR);
     EXPECT_EQ(CslCurrent->hOutput, nullptr);
@@ -92,12 +94,12 @@ TEST(Console, CursorShapeIsSetAndPutBack) {
     EXPECT_EQ(Get(CSL_HIDDEN | kCslNoObject).first, 0);
     EXPECT_EQ(Get(CSL_COLOUR | kCslNoObject).first, 0);
     EXPECT_EQ(CslCurrent, nullptr);
-  };
-  ON_CONSOLE(body);
+  }),
+            0);
 }
 
 TEST(Console, AttributesWrittenAreReadBack) {
-  auto body = [] {
+  EXPECT_EQ(Terminal(80, 25).Run([] {
     Do(CSL_POSITION, 3, 2);
     Do(CSL_TEXT_COLOUR, 0x07);
     CslClass(0);
@@ -129,12 +131,12 @@ TEST(Console, AttributesWrittenAreReadBack) {
     Do(CSL_COLOUR, 0x01);
     CslClass(0);
     EXPECT_EQ(Get(CSL_TEXT_COLOUR | kCslNoObject).first, 0x2F);
-  };
-  ON_CONSOLE(body);
+  }),
+            0);
 }
 
 TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
-  auto body = [] {
+  EXPECT_EQ(Terminal(80, 25).Run([] {
     const auto right = static_cast<int16_t>(Get(CSL_BUFFER_WIDTH).first - 1);
     const auto bottom = static_cast<int16_t>(Get(CSL_BUFFER_HEIGHT).first - 1);
     // The attributes of the first cell, of those before and at the cursor, and of the last.
@@ -161,9 +163,25 @@ TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
     EXPECT_EQ(cells(), "44 44 44 44 44");
     EXPECT_EQ(CslPaint(0x11, -5, -5, 2, 0, 0, 0), 0);
     EXPECT_TRUE(AttributeAt(1, 0) == 0x11 && AttributeAt(2, 0) == 0x44);
-  };
-  ON_CONSOLE(body);
+  }),
+            0);
 }
+
+TEST(Console, ColoursArriveAtTheTerminal) {
+  Terminal terminal(40, 5);
+  EXPECT_EQ(terminal.Run([] {
+    const uint32_t kSteps[][2] = {{CSL_TEXT_COLOUR, 0x1E}, {CSL_ANSI_MODE, 1},
+                                  {CSL_TEXT_COLOUR, 0x24}, {CSL_COLOUR, 0x31},
+                                  {CSL_ANSI_MODE, 0},      {CSL_COLOUR, 0xB9}};
+    for (auto [command, value] : kSteps) Do(command, value), printf("a");
+  }),
+            0);
+  EXPECT_EQ(terminal.Bytes(),
+            "\x1B[6n\x1B[0;93;44ma\x1B[0;37;40ma\x1B[0;31;42ma\x1B[0;34;46ma\x1B[0ma\x1B[0;94;106ma"
+            "\x1B[0m");
+}
+
+#endif
 
 TEST(Console, ColourPairsAndEscapeTexts) {
   const int kPairs[][3] = {{0x1F, 17, 0x22}, {0x1F, 273, 0x22}, {0x20, -1, 0x23}, {0xF0, 1, 0xFC},
@@ -239,26 +257,6 @@ TEST(ConsoleDeathTest, ExitFunctionsRunBeforeTheCleanUp) {
   };
   EXPECT_EXIT(end(), testing::ExitedWithCode(0), "^alive$");
 }
-
-#ifndef _WIN32
-
-using tavrix_test::Terminal;
-
-TEST(Console, ColoursArriveAtTheTerminal) {
-  Terminal terminal(40, 5);
-  EXPECT_EQ(terminal.Run([] {
-    const uint32_t kSteps[][2] = {{CSL_TEXT_COLOUR, 0x1E}, {CSL_ANSI_MODE, 1},
-                                  {CSL_TEXT_COLOUR, 0x24}, {CSL_COLOUR, 0x31},
-                                  {CSL_ANSI_MODE, 0},      {CSL_COLOUR, 0xB9}};
-    for (auto [command, value] : kSteps) Do(command, value), printf("a");
-  }),
-            0);
-  EXPECT_EQ(terminal.Bytes(),
-            "\x1B[6n\x1B[0;93;44ma\x1B[0;37;40ma\x1B[0;31;42ma\x1B[0;34;46ma\x1B[0ma\x1B[0;94;106ma"
-            "\x1B[0m");
-}
-
-#endif
 
 }  // namespace
 }  // namespace quern

@@ -126,7 +126,7 @@ class Trial {
 #endif
     model_.disk = Any(6) == 0 ? Text(70'000) : Text(Any(5) ? 60 : 0);
     tree_.File("f", model_.disk);
-    choices_.Log("open 0x%X, %zu bytes", flags, model_.disk.size());
+    choices_.Log("open 0x%X, %u bytes", flags, static_cast<uint32_t>(model_.disk.size()));
     return {[name = tree_.Path("f"), flags] {
               return FileOpen(nullptr, name.c_str(), flags) != nullptr;
             },

@@ -41,16 +41,20 @@ std::string NameOf(const std::map<std::string, Object*>& objects, const void* ob
   return object ? "?" : ".";
 }
 
-// '_' stands for a blank, '/' for a line feed, '\' for a carriage return; long texts are cut.
-constexpr std::pair<char, char> kShown[] = {{'_', ' '}, {'/', '\n'}, {'\\', '\r'}};
-std::string Bytes(std::string shown) {
-  for (auto [as, byte] : kShown) std::replace(shown.begin(), shown.end(), as, byte);
-  return shown == "." ? "" : shown;
+// Characters stand for others: '_' for a blank, '/' for a line feed, '\' for a carriage return.
+std::string Mapped(std::string text, const char* from, const char* to) {
+  for (char& c : text)
+    if (const char* at = strchr(from, c); at && c) c = to[at - from];
+  return text;
 }
+std::string Bytes(const std::string& shown) {
+  return shown == "." ? "" : Mapped(shown, "_/\\", " \n\r");
+}
+
+// Long texts are cut.
 std::string Shown(const char* bytes, size_t size) {
   if (!bytes) return ".";
-  std::string text(bytes, size);
-  for (auto [as, byte] : kShown) std::replace(text.begin(), text.end(), byte, as);
+  const std::string text = Mapped({bytes, size}, " \n\r", "_/\\");
   return "'" + (size < 40 ? text : text.substr(0, 3) + "~" + std::to_string(size)) + "'";
 }
 
