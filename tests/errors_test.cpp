@@ -132,10 +132,6 @@ TEST(Errors, StacksAreAttachedAndReplaced) {
   EXPECT_EQ(first->nHighest, 39u);
   EXPECT_EQ(ErrClass(kCollectRequest), 0u);
   EXPECT_EQ(ErrCurrent, nullptr);
-  uint32_t foreign[sizeof(ErrorStack) / 4] = {1234};
-  EXPECT_EQ(ErrSetTable(foreign, kOwn), nullptr);
-  EXPECT_EQ(ErrLine, 73);
-  EXPECT_EQ(tavrix_test::ClearedTrail(), "01.1000.04");
 }
 
 }  // namespace

@@ -180,9 +180,8 @@ TEST(Hash, Keys) {
   const char key[] = "abcdefghijk";
   EXPECT_EQ(MemHashKey(reinterpret_cast<void*>(77), 0), 77u);
   EXPECT_EQ(MemHashKey(nullptr, 9), 9u);
-  for (uint32_t length : {1u, 7u, 0x80000000u}) EXPECT_EQ(MemHashKey(key, length), 0x64636261u);
-  for (uint32_t length : {8u, 11u})
-    EXPECT_EQ(MemHashKey(key, length), length + 'a' + 'c' + 'e' + 'g' + 128);
+  EXPECT_TRUE(MemHashKey(key, 7) == 0x64636261 && MemHashKey(key, 0x80000000) == 0x64636261);
+  EXPECT_EQ(MemHashKey(key, 11), 11 + 'a' + 'c' + 'e' + 'g' + 128u);
   const HashKey a = {"ab", 2}, b = {"ac", 2}, c = {"a", 1}, none = {nullptr, 2};
   EXPECT_TRUE(MemHashCmpr(&a, &b) < 0 && MemHashCmpr(&c, &b) == -1);
   EXPECT_TRUE(MemHashCmpr(&none, &b) == -1 && MemHashCmpr(&b, &none) == 1);

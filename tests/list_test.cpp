@@ -168,28 +168,13 @@ uint32_t Note(uint32_t code, const WIN32_FIND_DATAA* entry) {
   return 7;
 }
 
-std::string Walked(const Tree& tree, const char* pattern,
-                   int32_t (*walk)(char*, const char*, WalkCallback) = FileWalk) {
+std::string Walked(const Tree& tree, const char* pattern) {
   char path[300];
   strcpy(path, tree.Path().c_str());
   seen.clear();
-  EXPECT_EQ(walk(path, pattern, Note), 0);
+  EXPECT_EQ(FileWalk(path, pattern, Note), 0);
   EXPECT_EQ(path, tree.Path());
   return seen;
-}
-
-TEST(Walk, ReportsMatchesOfOneLevel) {
-  Tree tree;
-  tree.File("a.txt");
-  tree.File("b.c");
-  // Where folders can be read-only they are no folders then.
-  const bool posix = kPathSeparator == '/';
-  tree.Dir(posix ? "ro" : "");
-  tree.SetReadOnly("ro", true);
-  for (auto walk : {FileWalk, FileWalkB}) {
-    EXPECT_EQ(Walked(tree, "*", walk), "5 2:a.txt 2:b.c " + std::string(posix ? "2:ro 6 " : "6 "));
-    EXPECT_EQ(Walked(tree, "*.c", walk), "5 2:b.c 6 ");
-  }
 }
 
 TEST(Walk, APassForEveryLevelAndCountersThatStay) {
