@@ -167,20 +167,6 @@ TEST(Console, ClearingPaintsToTheEndOfTheBuffer) {
             0);
 }
 
-TEST(Console, ColoursArriveAtTheTerminal) {
-  Terminal terminal(40, 5);
-  EXPECT_EQ(terminal.Run([] {
-    const uint32_t kSteps[][2] = {{CSL_TEXT_COLOUR, 0x1E}, {CSL_ANSI_MODE, 1},
-                                  {CSL_TEXT_COLOUR, 0x24}, {CSL_COLOUR, 0x31},
-                                  {CSL_ANSI_MODE, 0},      {CSL_COLOUR, 0xB9}};
-    for (auto [command, value] : kSteps) Do(command, value), printf("a");
-  }),
-            0);
-  EXPECT_EQ(terminal.Bytes(),
-            "\x1B[6n\x1B[0;93;44ma\x1B[0;37;40ma\x1B[0;31;42ma\x1B[0;34;46ma\x1B[0ma\x1B[0;94;106ma"
-            "\x1B[0m");
-}
-
 #endif
 
 TEST(Console, ColourPairsAndEscapeTexts) {

@@ -138,29 +138,6 @@ TEST(Map, GrowsAtOneAddressToTheLargestFile) {
   EXPECT_EQ(std::filesystem::file_size(tree.Path("large")), 190'000'000u);
 }
 
-TEST(Map, KeepsItsRangeAndMapsByItsAccess) {
-  Tree tree;
-  tree.File("f", "12345");
-  FileObject* file = Open(tree, "f", FO_MAPPED | 2);
-  EXPECT_EQ(FileMap(0), 0);
-  // The file's view and the reserve take the whole range: nothing else gets in.
-  HANDLE granule = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READONLY | SEC_RESERVE, 0,
-                                      65536, nullptr);
-  file->nMaxSize = 1'000'000;
-  for (uint32_t size : {5u, 200'000u}) {
-    EXPECT_EQ(FileMap(size), 0);
-    for (uint32_t at = 0; at < 1'000'000; at += 65536)
-      EXPECT_FALSE(MapViewOfFileEx(granule, FILE_MAP_READ, 0, 0, 0, file->pView + at)) << at;
-  }
-  CloseHandle(granule);
-  EXPECT_EQ(FileMap(0), 0);
-  file->fFlags = FO_MAPPED | FO_ZERO_END;  // neither reading nor writing: a copy of one's own
-  EXPECT_EQ(FileMap(5), 0);
-  file->pView[0] = 'c';
-  EXPECT_EQ(tree.Read("f").substr(0, 5), "12345");
-  EXPECT_EQ(Close(), "");
-}
-
 TEST(Map, FaultsGrowTheFile) {
   Tree tree;
   tree.File("r", std::string(20'000, 'r'));

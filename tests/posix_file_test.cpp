@@ -23,27 +23,6 @@ DWORD TryOpen(const std::string& name, DWORD access, DWORD disposition = OPEN_EX
   return error;
 }
 
-TEST(PosixFile, OpensAsTheDispositionSays) {
-  Tree tree;
-  struct {
-    DWORD disposition, found, missing;  // the last error of each
-    const char* kept;
-  } const kRows[] = {{CREATE_NEW, ERROR_FILE_EXISTS, 0, "old"},
-                     {CREATE_ALWAYS, ERROR_ALREADY_EXISTS, 0, ""},
-                     {OPEN_EXISTING, 0, ERROR_FILE_NOT_FOUND, "old"},
-                     {OPEN_ALWAYS, ERROR_ALREADY_EXISTS, 0, "old"},
-                     {TRUNCATE_EXISTING, 0, ERROR_FILE_NOT_FOUND, ""},
-                     {6, ERROR_INVALID_PARAMETER, ERROR_INVALID_PARAMETER, "old"}};
-  for (const auto& row : kRows) {
-    tree.File("found", "old");
-    EXPECT_EQ(TryOpen(tree.Path("found"), kBoth, row.disposition), row.found) << row.disposition;
-    EXPECT_EQ(tree.Read("found"), row.kept) << row.disposition;
-    EXPECT_EQ(TryOpen(tree.Path("new"), kBoth, row.disposition), row.missing) << row.disposition;
-    EXPECT_EQ(tree.Exists("new"), row.missing == 0) << row.disposition;
-    tree.Remove("new");
-  }
-}
-
 TEST(PosixFile, TellsWhyItCouldNotOpen) {
   Tree tree;
   tree.File("dir/file", "text");

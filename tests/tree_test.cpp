@@ -109,14 +109,5 @@ TEST(Tree, Dumps) {
 )");
 }
 
-TEST(Tree, DumpsAHundredThousandLevels) {
-  static TreeLink links[100000];
-  Tree deep = {};
-  for (TreeLink& link : links) MemTreeLinkLow(&deep, &link > links ? &link - 1 : nullptr, &link);
-  MemTreeDump(&deep, nullptr);
-  const std::string lines = tavrix_test::Traced([] { MemTreeDump(nullptr, nullptr); });
-  EXPECT_NE(lines.find("\n100000 Node (0x"), lines.npos);
-}
-
 }  // namespace
 }  // namespace quern
