@@ -1,7 +1,5 @@
 // Replacing bytes of a block, at once and deferred.
 
-#include <deque>
-
 #include "tests/support/test.h"
 
 namespace quern {
@@ -32,26 +30,20 @@ TEST(Edit, ReplacesAtOnce) {
 
 TEST(Edit, NotesAreKeptUntilTheyApply) {
   char block[] = "0123456789..", other[] = "0123456789";
-  EXPECT_EQ(Apply(block, 10), 0u);
-  EXPECT_EQ(ErrLast, 5);
+  EXPECT_TRUE(Apply(block, 10) == 0 && ErrLast == 5);
   auto note = [](char* of, uint32_t size, int at, uint32_t old, const char* text) {
     ErrLast = 0;
     return MemReplace(of, size, of + at, old, text, Size(text), MEM_RECORD) + uint32_t(ErrLast);
   };
-  EXPECT_EQ(note(block, 10, 2, 1, "abc"), 0u);
-  EXPECT_EQ(note(block, 10, 5, 2, ""), 0u);
+  EXPECT_EQ(note(block, 10, 2, 1, "abc") + note(block, 10, 5, 2, ""), 0u);
   EXPECT_EQ(note(block, 10, 9, 2, "") + note(block, 9, 5, 2, "") + note(other, 10, 5, 2, ""), 8u);
-  EXPECT_EQ(Apply(block, 9), 0u);
-  EXPECT_EQ(ErrLast, 6);
-  EXPECT_STREQ(block, "0123456789..");
+  EXPECT_TRUE(Apply(block, 9) == 0 && ErrLast == 6);
   EXPECT_EQ(Apply(block, 11), 0u);
   EXPECT_STREQ(block, "01abc34789..");
   EXPECT_EQ(MemCurrent->pBlock, nullptr);
   // Their true size counts: the sum of these wraps.
   for (int at : {2, 4}) MemReplace(block, 8, block + at, 0, nullptr, 0x80000000, MEM_RECORD);
-  EXPECT_EQ(MemCurrent->nDelta, 0);
-  EXPECT_EQ(Apply(block, 8), 0u);
-  EXPECT_EQ(ErrLast, 6);
+  EXPECT_TRUE(MemCurrent->nDelta == 0 && Apply(block, 8) == 0 && ErrLast == 6);
 }
 
 // Lists applied to the noted block, to another, and to one that the noted block lies in.

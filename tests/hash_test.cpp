@@ -142,16 +142,6 @@ TEST(Hash, ChangesItsSize) {
     size 3 -1 : -5 =05@1566 ; #2 +. 0= 1=b1x2 2=a1x2)");
 }
 
-TEST(Hash, RemembersTheLastOne) {
-  Expect(R"(
-    init 40 0 : 0, add a1 : 1 ; #1 1=a1x1, add b1 : 2 ; #2 1=a1x2 2=b1x2
-    add c1 : 5 ; #3 1=a1x3 5=c1x3, add d1 : 10 ; #4 10=d1x4 1=a1x4, add e1 : ., size 0 3 : 0 ; +0
-    add e1 : ., other : ; #0 +., init 40 0 : 0, add a1 : 1 ; #1 1=a1x1
-    other : ; #4 +0 10=d1x4 1=a1x4 2=b1x2 5=c1x3, add z9 : 9 ; #5 9=z9x1, size 0 -1 : 0 ; +.
-    add e1 : ., size 0 3 : 0 ; +0, other : ; #1 +. 10= 1=a1x1 2= 5= 9=, add b9 : 9 ; #2 9=b9x1
-    other : ; #5 +0 10=d1x4 1=a1x4 2=b1x2 5=c1x3 9=z9x1, add e1 : +0 ; #6 +1 +0=e1x5 1=a1x5)");
-}
-
 TEST(Hash, RefusesWhatItCannotDo) {
   Expect(R"(
     add a1 : ., get a1 : ., del a1 : ., init 0 0 : 0, add a1 : ., get a1 : ., init 5 0 : 0

@@ -5,11 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <deque>
 #include <chrono>
 #include <cmath>
 #include <cstdarg>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <thread>
 
