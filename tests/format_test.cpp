@@ -38,9 +38,7 @@ TEST(Format, HexGroupsDigitsBesideTheirText) {
     const MemBuf& made = CurrentFormatter->mbText;
     EXPECT_LT(made.nAlloc - made.nSize, flags % 2 ? 20'000u : 128u) << flags;
   }
-  const char* twice = FmtHex("abc", 3, nullptr, 0);  // a text that it has made itself
-  EXPECT_STREQ(FmtHex(twice, 8, nullptr, 0), "36 31 20 36 32 20 36 33");
-  char* own = FmtHex("0123456789012345678", 19, nullptr, 0);
+  char* own = FmtHex("0123456789012345678", 19, nullptr, 0);  // a text that it has made itself
   EXPECT_EQ(strlen(FmtHex(own, 56, own, 0)), 167u);
   EXPECT_TRUE(FmtHexDigit(9) == '9' && FmtHexDigit(15) == 'F' && FmtHexDigit(16) == '?');
 }

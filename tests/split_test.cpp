@@ -45,7 +45,6 @@ TEST(Split, StepsAndTrims) {
   Expect(" \ta b\t ; \t;c \n", ";", R"(
     t> : 2+3, t> : 10+0, t> : 11+1, t> : ., t- : 2+3, t< : 2+3, - : 0+7, > : 8+2, < : 7+0, t< : 7+0
     t> 2 : 11+1)");
-  Expect(" ;b\n", ";", "t> : 1+0, > : 2+1");
   // Behind the text a tab is passed over, and no blank.
   Expect("x,, \t", ",,", "t> : 0+1, t> : 5+0, t< : 1+0");
   Expect("x,,  ", ",,", "t> : 0+1, t> : 4+0");

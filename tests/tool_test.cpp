@@ -175,7 +175,7 @@ TEST(Tool, DumpsFiles) {
   EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1 + 9376);
   EXPECT_TRUE(
       lines.ends_with("0x000249F0: 78 78 78                                         xxx\n"));
-  std::filesystem::resize_file(tree.root() / "f", 0x100000010);  // takes no room on the disk
+  std::filesystem::resize_file(tree.root() / "f", 0x100000010);  // sparse
   Expect(dump + " --offset 0x10000000E", 0,
          head + "0x0000000E: 00 00                                            ..\n");
   EXPECT_EQ(Tavrix("dump \"" + tree.Path() + "\"").code, 1);
