@@ -207,6 +207,7 @@ TEST(Console, ProgressDrawsWhatIsMissing) {
 }
 
 TEST(Console, PromptCarriesAnEscapeText) {
+  EXPECT_EQ(CslFormat("%d-%c", 5, CslLower('Z')), std::string("5-z"));
   SetEnvironmentVariableA("prompt", nullptr);
   EXPECT_EQ(CslSetPrompt("\x1B[0m"), nullptr);
   const std::string longText(300, ';');

@@ -145,6 +145,17 @@ class PublicFault : public testing::Test {
          while (XFileList(name, "%TVX_LIST%", "*.txt", FL_RECURSE)) ++count;
          return count == 3;  // the last pattern reports twice in a subdirectory
        }},
+      {"FileListDrives", kQuiet,
+       [this] {
+         MemSplit drives = {};
+         MemSplitInit(&drives, "", 0, "", 0);
+         FileFinderSelect(nullptr);
+         if (CurrentFinder) CurrentFinder->pDrives = &drives;
+         FileListDrives(nullptr, 0);
+         bool done = CurrentFinder && FileListDrives(tree_.Path().c_str(), ~0u) != 0x80000000;
+         if (CurrentFinder) CurrentFinder->pDrives = nullptr;
+         return done;
+       }},
       {"FileWalk FileWalkB", kQuiet,
        [this] {
          static int count;

@@ -25,6 +25,7 @@ char* View(HANDLE file, DWORD protection, DWORD size, DWORD access, void* base =
 TEST(PosixMapping, PlacesViewsWhereTheyAreAskedFor) {
   Tree tree;
   HANDLE file = Open(tree.Path("file"));
+  tavrix_test::CallFault fault("fallocate64", EOPNOTSUPP);  // as some file systems have it
   std::vector<char*> views;
   for (DWORD size : {1u, 4096u, kGranule, kGranule + 1, 3 * kGranule}) {
     views.push_back(View(file, PAGE_READWRITE, size, FILE_MAP_WRITE));
@@ -94,8 +95,10 @@ TEST(PosixMemory, ProbesTellEveryProtectionAndTouchNothing) {
                {nullptr, 0, false, false},
                {plain, ~UINT_PTR{0}, true, true},  // runs over the end of memory
                {top, 4, true, true}};
-  for (rlim_t descriptors : {1000, 0}) {
-    tavrix_test::Limit limit(RLIMIT_NOFILE, descriptors);
+  // The kernel's answers; its list of mappings; without a descriptor for either.
+  for (auto [descriptors, refused] : {std::pair(1000, ""), {1000, "ioctl"}, {0, ""}}) {
+    tavrix_test::Limit limit(RLIMIT_NOFILE, static_cast<rlim_t>(descriptors));
+    tavrix_test::CallFault fault(refused, ENOTTY);
     for (const auto& row : kRows)
       EXPECT_TRUE(IsBadReadPtr(row.at, row.size) == row.badRead &&
                   IsBadWritePtr(row.at, row.size) == row.badWrite)

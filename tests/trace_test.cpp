@@ -32,6 +32,11 @@ TEST(Trace, StreamsGetStampedLines) {
 
 #ifndef _WIN32
 
+TEST(Trace, RestartsAreRefused) {
+  EXPECT_EQ(SysShutdown(), -3);
+  EXPECT_EQ(ErrLine, 76);
+}
+
 void SetListener(const std::string& name) { setenv("TAVRIX_DEBUG_OUTPUT", name.c_str(), 1); }
 
 TEST(Trace, DebugOutputGoesToTheFileThatWasNamedFirst) {
