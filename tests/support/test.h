@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <deque>
 #include <chrono>
 #include <cmath>
 #include <cstdarg>
+#include <deque>
 #include <filesystem>
 #include <optional>
 #include <thread>
