@@ -28,7 +28,7 @@ else()
 endif()
 
 # exports, quern and platform alone: no exceptions, no run-time types, and none of the assumptions
-# that would delete a loop that is endless on purpose or a check of a pointer that was just used.
+# that would delete a loop that never ends by rule, or a check of a pointer that was just used.
 add_library(tavrix_library_flags INTERFACE)
 target_compile_options(tavrix_library_flags INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>

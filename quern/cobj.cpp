@@ -71,7 +71,7 @@ InstanceHeader* Prepare(void* memory, uint32_t size) {
   return fresh;
 }
 
-// Never true, on purpose: no instance counts as garbage, whoever made it.
+// Compat: never true; no instance counts as garbage, whoever made it.
 bool IsGarbage(uint32_t flags) {
   uint32_t test = flags & INST_IMPLICIT;
   test |= kClsCollecting;

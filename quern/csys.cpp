@@ -37,7 +37,7 @@ uint32_t SysInit(uint32_t /*unused*/) {
 
 int32_t SysShutdown() {
   if (SysPlatformId == VER_PLATFORM_WIN32_NT) {
-    HANDLE token;  // never closed, on purpose
+    HANDLE token;  // Compat: never closed
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token))
       return ErrRaiseText(kModule, 63, ERR_SYSTEM | 1, "Error OpenProcessToken");
     TOKEN_PRIVILEGES privileges = {};

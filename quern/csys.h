@@ -15,8 +15,8 @@ uint32_t SysInit(uint32_t unused);
 
 // Restarts the machine, by force, after enabling the privilege that it takes. Returns 0, or minus
 // ErrLast after raising 0x20000001 (the process's token did not open), 0x20000002 or 0x20000003
-// (the system refused). On purpose 0x20000002 is raised, and nothing is restarted, when the
-// privilege was enabled without a complaint; only when the system left a last error does it go on.
+// (the system refused). Compat: when the privilege was enabled without a complaint, 0x20000002 is
+// raised and nothing is restarted. It goes on only when the system left a last error.
 int32_t SysShutdown();
 
 // Settings of the application; the library never changes them. With bit 31 clear, TraceLevel is a

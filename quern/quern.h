@@ -1,5 +1,8 @@
 // Common ground of the foundation: what every module's records and failures are made of.
 //
+// "Compat:" in a comment marks behaviour that looks like a slip and stays: released programs depend
+// on it. docs/oddities.md lists it.
+//
 // All state of the library is process-wide and unguarded: it serves one thread at a time. No
 // function throws. A function that fails records why on the error stack (cerr.h) and returns its
 // failure value.

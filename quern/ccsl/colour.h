@@ -10,11 +10,12 @@ namespace quern {
 
 inline constexpr uint32_t kColorPair = 418;  // the command of CslColorPair
 
-// An attribute of the table of 16 x 16 pairs, each with its column as the background. Both row and
-// column start from the background of `attribute`, on purpose; `shift` (its remainder by 256) adds
-// its remainder by 16 to the row and its sixteenth part to the column. Either begins again behind
-// 15, but not below 0: what then lies before the table gives 0. -1 when `command` is not
+// An attribute of the table of 16 x 16 pairs, each with its column as the background. `shift` (its
+// remainder by 256) adds its remainder by 16 to the row and its sixteenth part to the column. Row
+// and column wrap after 15, but not below 0: a negative index returns 0. -1 when `command` is not
 // kColorPair.
+//
+// Compat: row and column both start from the background of `attribute`.
 int32_t CslColorPair(uint32_t attribute, int32_t shift, uint32_t command);
 
 // Bits of CslAnsi beside an attribute.

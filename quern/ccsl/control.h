@@ -49,7 +49,7 @@ enum CslCommand : uint32_t {
   CSL_TEXT_BACKGROUND = 411,  // S: the current foreground over a; G: of new text
   CSL_TEXT_COLOURS = 412,     // S: a over b; G: both of new text
   CSL_CLEAR = 413,            // S: paint the whole buffer with background a, and use it
-  CSL_CLEAR_COLOURS = 414,    // S: the same with a over b; the background used is a's, on purpose
+  CSL_CLEAR_COLOURS = 414,    // S: the same with a over b. Compat: it uses a's background
   CSL_CLEAR_ROWS = 417,       // S: as 403 from the start of the cursor's row
   CSL_ANSI_MODE = 423,        // S: on, or off when a is 0; then as 2
   CSL_SCREEN = 500,  // G: the address of the CONSOLE_SCREEN_BUFFER_INFO that every query refreshes

@@ -19,7 +19,7 @@ int32_t CslPaint(uint32_t attribute, int32_t x1, int32_t y1, int32_t x2, int32_t
   CONSOLE_SCREEN_BUFFER_INFO info = {};
   GetConsoleGeometry(output, &info);  // without a console there are no cells
   int64_t width = info.dwSize.X, cells = width * info.dwSize.Y;
-  int64_t most = cells + width;  // one row more than there is, on purpose
+  int64_t most = cells + width;  // Compat: one row more than there is
   int64_t start = y1 * width + x1, end = y2 * width + x2;
   auto outside = [most](int64_t cell) { return cell < 0 || cell > most; };
   if (outside(start)) start = 0;

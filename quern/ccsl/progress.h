@@ -20,8 +20,9 @@ inline constexpr uint32_t PROGRESS_DOWN = 0x80000002;  // width - (value - low) 
 // least one. Commands with bit 31 make what is drawn the base of the others.
 //
 // The start remembers where the cursor is, on a console, and later characters go behind those drawn
-// before. What was drawn is never forgotten, on purpose: a second bar only shows what goes beyond
-// the first.
+// before.
+//
+// Compat: what was drawn is never forgotten. A second bar shows only what goes beyond the first.
 uint32_t CslProgress(uint32_t command, uint32_t value, uint32_t low, uint32_t high, uint32_t width,
                      char character);
 

@@ -7,7 +7,7 @@
 
 namespace quern {
 
-// Columns (or rows) from one side of a window to the other; 0 for a window of one, on purpose.
+// Columns (or rows) of a window. Compat: 0 for a window of one.
 inline int32_t WindowSpan(int16_t first, int16_t last) { return last - first + (last != first); }
 
 // Columns of the window behind standard output; 0 without a console, and for one column.

@@ -7,9 +7,9 @@
 
 namespace quern {
 
-// Opens the companion of `baseName` (null: the running program), which is that path with the
-// extension in the place of everything from its last dot on, be it one of a directory, on purpose.
-// A null extension is ".ini" with FO_SEP_SECTION in the flags, else ".log" with FO_SEP_BLOCK.
+// Opens the companion of `baseName` (null: the running program): that path with the extension in
+// place of everything from its last dot on, even if that dot is in a directory name (Compat). A
+// null extension is ".ini" with FO_SEP_SECTION in the flags, else ".log" with FO_SEP_BLOCK.
 //
 // It is searched for in its own directory, when the path has one, then in the current one, then in
 // those of %path%, and opened as FileOpen does, in a new object; when it is nowhere, by its bare

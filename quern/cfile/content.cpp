@@ -31,7 +31,7 @@ struct Tail {
   Tail& operator=(const Tail&) = delete;
 
   char* bytes = nullptr;
-  uint32_t start = 0;  // where they begin in the file; as many are written back, on purpose
+  uint32_t start = 0;  // where they begin in the file. Compat: as many are written back
   uint32_t room = 0;
   long position = 0;  // of the stream before the edit
 };

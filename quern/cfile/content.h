@@ -1,9 +1,8 @@
 // Editing the contents of the current file.
 //
 // A position is an address in the mapped data or, in a stream, an offset: pView + offset says
-// either. A file is edited up to nMaxSize; what goes beyond is cut, after the last separator of
-// records that the open flags name (FO_SEP_MASK), in a way of its own that is kept on purpose (see
-// FileReplace).
+// either. A file is edited up to nMaxSize. What goes beyond is cut after the last separator of
+// records that the open flags name (FO_SEP_MASK). Compat: FileReplace tells where exactly.
 //
 // Streams are resized with FO_STREAMED; without it, they would have to be mapped.
 #pragma once

@@ -5,7 +5,7 @@
 // directory; the walk extends and cuts it. It goes down depth first, in the order in which the
 // system gives the entries. What it remembers between calls are positions in that text.
 //
-// There are two ways up, and they differ on purpose. The walk's own ascent leaves the parent's path
+// Compat: there are two ways up, and they differ. The walk's own ascent leaves the parent's path
 // with its trailing separator. The ascent that a caller asks for writes the terminator on the
 // separator; the next subdirectory's name is then appended to the parent's path without one, and
 // names no directory.

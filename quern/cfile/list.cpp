@@ -242,8 +242,8 @@ bool SplitEntry(FileListWork* work, const char* entry, size_t length, bool quote
     if (!CopyText(work->pattern, sizeof work->pattern, work->dir, strlen(work->dir))) return false;
     work->dir[0] = '\0';
   } else {
-    // With the character that follows it, on purpose: the terminator for the last entry of a list,
-    // else the ';', behind which the pattern before it shows.
+    // Compat: with the character that follows it. That is the terminator for the last entry of a
+    // list, else the ';', behind which the pattern before it shows.
     if (length + 1 >= sizeof work->pattern) return ErrRaise(kModule, 1523, 2), false;
     memmove(work->pattern, entry, length + 1);
     work->dir[0] = '\0';

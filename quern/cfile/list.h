@@ -5,7 +5,7 @@
 // in the order in which the system's search gives them: first the matches of every pattern, in list
 // order, then its subdirectories one by one, each with all that it holds.
 //
-// Rules that surprise and are kept on purpose:
+// Compat: these rules surprise and stay:
 //  - With FL_RECURSE and a separate list of patterns, a subdirectory is searched first with the
 //  pattern
 //    that the directory before it ended with, then with every pattern of the list: the matches of

@@ -35,8 +35,8 @@ int32_t FileSplitPath(const char* name, FileNameRec* rec);
 // 0x20000003.
 int32_t FileStat(const char* name, FileNameRec* rec);
 
-// The current file's name record. Null after raising 1 when there is none: nothing fills one here,
-// on purpose.
+// The current file's name record. Null after raising 1 when there is none. Compat: nothing fills
+// one here.
 FileNameRec* FileNameRefresh();
 
 }  // namespace quern

@@ -48,9 +48,10 @@ uint32_t FileClass(uintptr_t argument);
 
 // Closes the current file, cut to the size that it was opened with and replaced by its backup, if
 // there is one. Changes of the old bytes themselves stay without one. Returns 0; minus ErrLast
-// after raising 1 (no file) or 0x20000002 (the backup could not be put back). Closing a mapped file
-// for writing raises 0x20000002 and 0x20000003 on the way, on purpose. In a forked child a file of
-// its parent is let go of, and the result is 0.
+// after raising 1 (no file) or 0x20000002 (the backup could not be put back). In a forked child a
+// file of its parent is let go of, and the result is 0.
+//
+// Compat: a mapped file for writing raises 0x20000002 and 0x20000003 on the way.
 int32_t FileRevert();
 
 }  // namespace quern

@@ -22,8 +22,8 @@ using WalkCallback = uint32_t (*)(uint32_t code, const WIN32_FIND_DATAA* entry);
 // exactly a directory's are directories here: one that is read-only is reported with WALK_FILE when
 // its name matches, and not entered.
 //
-// The counters behind the walk are the process's and are never reset, on purpose: a directory found
-// at the last level lets its later siblings be walked deeper at once, with their own files left
+// Compat: the counters behind the walk are the process's and are never reset. A directory found at
+// the last level lets its later siblings be walked deeper at once, with their own files left
 // out, and a second walk begins at the level where the first one ended.
 //
 // Returns 0, or minus ErrLast after raising 1 (no path) or 2 (called deeper than the level, such as

@@ -32,11 +32,12 @@ inline constexpr uint32_t FIELD_CHAR = 0x08000000;
 inline constexpr uint32_t FIELD_SHORT = 0x10000000;
 inline constexpr uint32_t FIELD_POINTER = 0x00800000;
 
-// Prints the structure at `data` to standard output. Members of a group show the value at the
-// group's beginning, on purpose, and so do values of eight bytes their low half first. Names of
-// values and bits stand behind their field and go on in lines of their own where the console is not
-// wide enough; the first name that does not fit is left out, on purpose. Bits without a name follow
-// as " [%x]". Only the low half of eight bytes has names.
+// Prints the structure at `data` to standard output. Names of values and bits stand behind their
+// field and go on in lines of their own where the console is not wide enough. Bits without a name
+// follow as " [%x]". Only the low half of eight bytes has names.
+//
+// Compat: members of a group show the value at the group's beginning; values of eight bytes show
+// their low half first; the first name that does not fit is left out.
 //
 // Returns the columns of the last line with a field; 0 after setting ErrLast to 1 (null argument).
 uint32_t FmtStruct(const FieldDesc* table, const void* data);

@@ -28,8 +28,8 @@ uint32_t MemAlign(uint32_t n, uint32_t granule);
 void* MemResize(void* block, uint32_t newSize, uint32_t oldSize, uint32_t granule);
 
 // Adds `count` bytes behind the `used` bytes of a raw block and returns their address, or null
-// after raising 2. They are zero in a new block; in an existing one they are a copy of the block's
-// first `count` bytes, on purpose.
+// after raising 2. They are zero in a new block. Compat: in an existing one they are a copy of the
+// block's first `count` bytes.
 void* MemExtend(void* block, uint32_t count, uint32_t used, uint32_t granule);
 
 // Sets the granule of a record and returns it. Null makes a zeroed record on the heap, which its

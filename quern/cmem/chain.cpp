@@ -157,7 +157,7 @@ void* MemChainGet(Chain* chain, void* key, uint32_t mode) {
   if (mode & MEM_INDEX) {
     selected = code == 0 ? chain->pLast : chain->pFirst;
     while (code != 0) {                             // NOLINT(bugprone-infinite-loop)
-      asm volatile("" : "+r"(selected)::"memory");  // never ends well, on purpose
+      asm volatile("" : "+r"(selected)::"memory");  // Compat: never ends well
       selected = selected->pNext;
     }
   } else if (!Select(chain, LinkOf(chain, key), code, 1002, &selected)) {

@@ -36,7 +36,7 @@ constexpr uint32_t MemOperator(const char* text) {
 // Modes of MemChainAdd, MemChainGet and MemChainDel: an operator, or MEM_INDEX and a count.
 //   "|<" the first element, ">|" the last
 //   "<<" the element before the given one, ">>" the one behind it
-//   "<" "=" ">" "!=" "<=" ">=" none, on purpose: nothing is compared, though cbfCmpr must be there
+//   "<" "=" ">" "!=" "<=" ">=" none. Compat: nothing is compared, though cbfCmpr must be there
 inline constexpr uint32_t MEM_INDEX = 0x10000;
 inline constexpr uint32_t MEM_BEFORE = 0x20000;
 inline constexpr uint32_t MEM_AFTER = 0x40000;
@@ -69,9 +69,9 @@ void* MemChainAdd(Chain* chain, void* element, uint32_t mode);
 // runs through the chain and off its end, where the process faults.
 void* MemChainGet(Chain* chain, void* key, uint32_t mode);
 
-// The same, and takes it out: that is, the link that lies nOffset whole links behind the element,
-// on purpose. Right for an nOffset of 0 only; with any other it writes to memory that is not its
-// own.
+// The same, and takes it out. Compat: it takes out the link that lies nOffset whole links behind
+// the element. That is right for an nOffset of 0 only; with any other it writes to memory that is
+// not its own.
 void* MemChainDel(Chain* chain, void* key, uint32_t mode);
 
 // Writes the chain to the trace, a line for each link. `key` is what cbfCmpr compares each with.

@@ -218,7 +218,7 @@ char* MemBufReplace(MemBuf* buf, const void* pattern, uint32_t patternLength,
   const char* data = buf->pData;
   uint32_t oldSize = buf->nSize;
   while (MemFind(data, oldSize, pattern, patternLength, flags)) {
-    asm volatile("" ::: "memory");  // endless on purpose; the loop must not be thought away
+    asm volatile("" ::: "memory");  // Compat: endless; barrier: the optimiser must keep this loop
   }
   if (replacement && replacementLength != 0 &&
       !MemBufSplice(buf, nullptr, patternLength, replacement, replacementLength))

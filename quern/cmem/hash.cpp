@@ -22,7 +22,7 @@ constexpr auto kLineLevel = static_cast<int32_t>(0xC0000000);
 constexpr uint32_t kHomeBits = 20;
 constexpr uint32_t kHomeMask = (1u << kHomeBits) - 1;
 
-// An entry in the last probe counts for nothing, on purpose.
+// Compat: an entry in the last probe counts for nothing.
 constexpr uint32_t kProbes = 5;
 
 uint32_t HomeIn(uint32_t idHash) { return idHash & kHomeMask; }

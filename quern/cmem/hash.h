@@ -60,8 +60,8 @@ uint32_t MemHashKey(const void* data, uint32_t length);
 int32_t MemHashCmpr(const HashKey* a, const HashKey* b);
 
 // Changes the number of slots (0: keeps it) and the pool (0: keeps it; kMemNoPool: takes it away,
-// with its data block left allocated). For a new number of slots everything is added again, the
-// slots that were free, too, on purpose: as keys of length 0, which count. A new pool alone is
+// with its data block left allocated). For a new number of slots everything is added again.
+// Compat: so are the slots that were free, as keys of length 0, which count. A new pool alone is
 // empty. Returns 0, or minus ErrLast after raising 2 (no memory for the pool), 4 or 5 (a slot or
 // pool entry could not be added; they are gone then). ErrLast is set to 1 for a null hash.
 int32_t MemHashSize(Hash* hash, uint32_t slots, uint32_t pool);
@@ -78,8 +78,8 @@ HashNode* MemHashGet(Hash* hash, const void* data, uint32_t length, int32_t mode
 inline constexpr int32_t MEM_HASH_NEXT = -1;
 inline constexpr int32_t MEM_HASH_RESET = -2;  // ends the search; null
 
-// Removes nothing, on purpose: the count of the key's home is shifted away twice. Returns a record
-// of the key that every call overwrites; null without a table, and for a null argument, after
+// Compat: removes nothing; the count of the key's slot is shifted away twice. Returns a record of
+// the key that every call overwrites; null without a table, and for a null argument, after
 // setting ErrLast to 1.
 const HashKey* MemHashDel(Hash* hash, const void* data, uint32_t length);
 

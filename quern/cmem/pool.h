@@ -1,7 +1,7 @@
 // Small pieces of memory from large chunks. Pieces are not freed one by one; chunks go whole.
 //
 // The pool is a MemBuf whose block is the current chunk and whose granule is the least size of
-// one. Some lengths are counted in headers where bytes are meant, on purpose.
+// one. Compat: some lengths are counted in headers where bytes are meant.
 #pragma once
 
 #include <cstdint>

@@ -12,7 +12,7 @@ namespace {
 const uint8_t* Bytes(const void* block) { return static_cast<const uint8_t*>(block); }
 const char* Text(const uint8_t* hit) { return reinterpret_cast<const char*>(hit); }
 
-// Keeps a loop that is endless on purpose from being taken for one that is not there.
+// Barrier: the optimiser must keep a loop that never ends.
 void StayInLoop() { asm volatile("" ::: "memory"); }
 
 bool Same(uint8_t a, uint8_t b, const CaseTable* fold) {
@@ -89,8 +89,8 @@ const uint8_t* FindForward(const uint8_t* block, uint32_t length, const uint8_t*
   return bytes::FindFirst(block, length, {pattern, patternLength, fold.table()});
 }
 
-// The places are one higher than forwards, on purpose: the highest one reaches one byte past the
-// block, the block's first byte is none.
+// Compat: the places are one higher than forwards. The highest one reaches one byte past the block;
+// the first byte is never tested.
 const uint8_t* FindBackward(const uint8_t* block, uint32_t length, const uint8_t* pattern,
                             uint32_t patternLength, uint32_t flags) {
   const CaseInForce fold((flags & MEM_NOCASE) != 0);
@@ -228,8 +228,8 @@ uint32_t MemReplaceAll(void* block, uint32_t length, const void* pattern, uint32
     if (replacement && replacementLength != 0) std::memmove(at, replacement, replacementLength);
     end += replacementLength - std::min(replacementLength, patternLength);
     at += replacementLength;
-    // One more than is left, and what was just put in again, on purpose: the scan runs on over
-    // bytes that the move left behind.
+    // Compat: one more than is left, and what was just put in again: the scan runs on over bytes
+    // that the move left behind.
     const uint64_t reach = uint64_t{remaining} - patternLength + replacementLength + 1;
     remaining = static_cast<uint32_t>(std::min<uint64_t>(reach, static_cast<size_t>(end - at)));
     total += patternLength - replacementLength;

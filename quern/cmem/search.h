@@ -28,10 +28,10 @@ int32_t MemCmp(const void* a, const void* b, uint32_t count, uint32_t flags);
 //
 // Forwards the first occurrence in the block. The time is linear in the length of the block.
 //
-// MEM_BACKWARD: the last one, but the places tested are one higher than forwards, on purpose: the
-// highest of them ends with the byte just behind the block, and the block's first byte is none. To
-// include it, pass a length that is one more. The caller owns that one byte behind the block; it is
-// read only when all bytes before it match.
+// MEM_BACKWARD: the last one. Compat: the places tested are one higher than forwards. The highest
+// of them ends with the byte just behind the block, and the first byte is never tested. To include
+// it, pass a length that is one more. The caller owns that one byte behind the block; it is read
+// only when all bytes before it match.
 //
 // MEM_WILDCARD: the pattern is cut into segments at '*' and '?', and each is tested on its own, all
 // of them from the block's start: the position is not carried from one to the next.

@@ -1,9 +1,9 @@
 // Walks a counted text as a list of tokens between separators.
 //
 // A record holds only addresses into the caller's text and separator, which must stay valid while
-// it is used. Trimming removes blanks and tabs around a token; its two ends differ on purpose: a
-// tab in front is passed over even where the text has ended, so the caller owns a byte that is no
-// tab behind it.
+// it is used. Trimming removes blanks and tabs around a token. Compat: its two ends differ. A tab
+// in front is passed over even where the text has ended, so the caller owns a byte behind the text
+// that is not a tab.
 #pragma once
 
 #include <cstdint>

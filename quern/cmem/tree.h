@@ -1,5 +1,5 @@
 // A binary tree through the caller's elements, as the caller's comparison orders them. It is not
-// balanced, and some of its ways are particular; they are kept on purpose.
+// balanced. Compat: some of its ways are particular; they stay.
 #pragma once
 
 #include <cstdint>

@@ -62,8 +62,8 @@ inline constexpr int32_t kScanBlank = 2;    // keeps SCAN_LINE
 // cannot be written (a constant in lower case) is raised with 4 and stays as it is, with ErrLast 0.
 int32_t ScanDefine(ScanDef* table, uint32_t slots);
 
-// The first record of a symbol of the current scanner; null without a table. For an id that the
-// table does not hold it is null within the slots, else the end record, on purpose.
+// The first record of a symbol of the current scanner; null without a table. Compat: for an id
+// that the table does not hold it is null within the slots, else the end record.
 ScanDef* ScanDefFind(int32_t id);
 
 }  // namespace quern

@@ -16,8 +16,8 @@ namespace quern {
 // behind it. A string that does not match sends the search back to the token's beginning: a string
 // in front of a set or ranges in one symbol can go on for ever.
 //
-// A word character is a letter 'a' to 'z', a digit, '_', and everything from 'Z' to 0x7F: the other
-// capitals are none, on purpose.
+// A word character is a letter 'a' to 'z', a digit, '_', and everything from 'Z' to 0x7F. Compat:
+// the other capitals are not.
 //
 // Ids above the scanner's nHighest stand for its status (kScanEnd). An id without records raises 1
 // (a negative one does not); a record whose kind does not exist ends the process.

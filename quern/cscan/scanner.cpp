@@ -226,7 +226,7 @@ uint32_t ScanReadLine() {
     ended = c == '\n' || c == '\r';
     if (c != '\r') continue;
     if (getc(stream) == '\n') {
-      block[count++] = 'a';  // in place of the line feed, on purpose
+      block[count++] = 'a';  // Compat: in place of the line feed
     } else {
       fseek(stream, -1, SEEK_CUR);
     }

@@ -84,9 +84,9 @@ Scanner* ScanText(const char* text, uint32_t length, ScanDef* table);
 int32_t ScanRewind();
 
 // The refill of streamed sources: the next line, its line end included, or as many bytes of it as
-// the block holds (256). Of CR LF the line feed is replaced by the letter 'a', on purpose; a CR
-// alone ends a line, too (as the last byte of the stream it does so again and again). Returns how
-// many bytes.
+// the block holds (256). A CR alone ends a line, too (as the last byte of the stream it does so
+// again and again). Compat: of CR LF the line feed is replaced by the letter 'a'. Returns how many
+// bytes.
 uint32_t ScanReadLine();
 
 // Class procedure of 'SCAN'. Closes the source, releases the companion. The block of a streamed

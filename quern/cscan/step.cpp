@@ -73,7 +73,7 @@ ScanToken* FirstOf(uint32_t flags, Each each) {
   const int32_t step = flags & SCAN_BACKWARD ? kScanBack : kScanSkip;
   if ((flags & SCAN_BACKWARD) && ScanPending) ScanGet(kScanBack);
   while (ScanStatus != kScanEnd) {
-    asm volatile("" ::: "memory");  // can be endless on purpose; it must not be thought away
+    asm volatile("" ::: "memory");  // Compat: can be endless; the optimiser must keep the loop
     ScanToken* token = each(ScanGet);
     if (flags & SCAN_WHILE) {
       if (!token) return nullptr;

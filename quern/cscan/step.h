@@ -27,8 +27,8 @@ ScanToken* ScanGet(int32_t id);
 ScanToken* ScanMatch(int32_t id);
 
 // A run of tokens of one symbol, whose text goes into the value. When the pending token is of that
-// symbol the run begins with it; the last token of the run is pending then, with the position
-// behind it already, on purpose. Otherwise it is a run of one token, which stays pending.
+// symbol the run begins with it. Compat: the last token of the run is pending then, with the
+// position behind it already. Otherwise it is a run of one token, which stays pending.
 ScanToken* ScanRun(int32_t id);
 
 // Skips bytes up to the next token of a symbol. Null at the end of the text. The column is that of
@@ -51,9 +51,9 @@ ScanToken* ScanFirstOfList(int32_t* ids);
 // Position and pending token stay; the status is that of the search.
 const char* ScanFind(int32_t id);
 
-// Sets the value to `length` bytes, or appends to it. Setting makes nValue the length of the text
-// up to its terminator, which it must have (0 when `length` is), and which is not the length of the
-// value, on purpose. Null when there is no memory.
+// Sets the value to `length` bytes, or appends to it. Null when there is no memory. Compat: setting
+// makes nValue the length of the text up to its terminator, which it must have (0 when `length`
+// is), and not the length of the value.
 char* ScanSetValue(const char* text, uint32_t length);
 char* ScanAddValue(const char* text, uint32_t length);
 

@@ -15,9 +15,9 @@ inline constexpr uint32_t STAMP_MILLIS = 8;   // the time, and its milliseconds:
 
 // The parts of a date and time, in this order: date, seconds, time. Null means the local time now.
 //
-// The seconds text is written over the date, on purpose, while the time still goes where date and
-// seconds together would end: with STAMP_DATE and STAMP_SECONDS it stands behind the end of the
-// text returned. The seconds come out as "36000.000000.3", on purpose, too.
+// Compat: the seconds text is written over the date, while the time still goes where date and
+// seconds together would end. With STAMP_DATE and STAMP_SECONDS it stands behind the end of the
+// text returned. The seconds come out as "36000.000000.3".
 const char* TimeStamp(const SYSTEMTIME* time, uint32_t flags);
 
 inline constexpr uint32_t WATCH_NUMBER = 1;    // a number of seconds, or with
@@ -30,8 +30,8 @@ inline constexpr uint32_t WATCH_STOP = 32;     // stops after reading
 const char* TimeWatch(uintptr_t unused, uint32_t flags);
 
 // A time in milliseconds as the stopwatch tells it: "01:02:03.004", shorter while there are no
-// hours, minutes ("03.004") or seconds ("0.004"). Minutes and seconds are taken from fractions of
-// hours, on purpose, so that a whole minute may come out a second short.
+// hours, minutes ("03.004") or seconds ("0.004"). Compat: minutes and seconds are taken from
+// fractions of hours, so that a whole minute may come out a second short.
 const char* WatchText(uint32_t milliseconds, uint32_t flags);
 
 }  // namespace quern
