@@ -34,7 +34,7 @@ target_compile_options(tavrix_library_flags INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
   -fno-finite-loops -fno-strict-aliasing -fno-delete-null-pointer-checks -fwrapv
   -fvisibility=hidden -ffunction-sections
-  # Zeroed data in sections of its own would take up room in a DLL's file.
+  # Zeroed data in sections of its own would take up bytes in a DLL's file.
   $<$<NOT:$<PLATFORM_ID:Windows>>:-fdata-sections>)
 
 # The shared library: nothing but the exports is visible, and a program that loads it pays for no

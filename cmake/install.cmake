@@ -10,7 +10,7 @@ target_include_directories(quern INTERFACE $<INSTALL_INTERFACE:${headers}>)
 install(FILES exports/tavrix32.h DESTINATION ${headers})
 install(FILES platform/openfilename.h platform/win32.h DESTINATION ${headers}/platform)
 install(DIRECTORY quern DESTINATION ${headers} FILES_MATCHING PATTERN "*.h"
-  # Rooms behind the rooms.
+  # Headers behind the headers.
   PATTERN "search_*.h" EXCLUDE PATTERN "texts.h" EXCLUDE PATTERN "form.h" EXCLUDE
   PATTERN "backup.h" EXCLUDE)
 

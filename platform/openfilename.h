@@ -1,4 +1,4 @@
-/* The record of the file-open dialog, for homes whose system headers do not have it.
+/* The record of the file-open dialog, for platforms whose system headers do not have it.
  *
  * Plain C: callers of the exported functions include it through tavrix32.h. On Windows the system's
  * own OPENFILENAMEA is used and this file is empty.

@@ -10,7 +10,7 @@
 //    ERROR_FILENAME_EXCED_RANGE.
 //  - Handles come from one table. A handle that is not open gives ERROR_INVALID_HANDLE.
 //
-// Below the twin declarations, for both homes, stands the little that <windows.h> lacks.
+// Helpers missing from <windows.h> come last.
 #pragma once
 
 #ifdef _WIN32
@@ -366,10 +366,10 @@ inline constexpr UINT DRIVE_RAMDISK = 6;
 // Writes the absolute, normalized form of `name` to `buffer` (`size` bytes) and, when `filePart` is
 // not null, points it at the last component there (null when the path ends in a separator).
 // Lexical: nothing is looked up, names need not exist, links are not followed. A separator at the
-// end stays. Texts that begin with a drive ("C:") or a server name (two '\\') are no names of this
-// home and are left as they are; "//" is the root. Returns the length without the terminator; when
-// the buffer is too small, the size needed with it, and writes nothing; 0 on failure (an empty
-// name: ERROR_INVALID_NAME).
+// end stays. Texts that begin with a drive ("C:") or a server name (two '\\') are not names of
+// this platform and are left as they are; "//" is the root. Returns the length without the
+// terminator; when the buffer is too small, the size needed with it, and writes nothing; 0 on
+// failure (an empty name: ERROR_INVALID_NAME).
 DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePart);
 
 // The attributes as a search gives them, but a link to a directory, which the caller names itself

@@ -140,7 +140,7 @@ const char* ErrFormat(uintptr_t codeOrFormat, ...);
 //
 // A system value gives the first sentence of the system's message and the value: "Access is denied
 // (05)". When the system has none, 1 is raised with message 2, which writes the report, and the
-// result is 0. The caller provides room: nothing is cut.
+// result is 0. The caller provides the memory: nothing is cut.
 intptr_t ErrGetText(char* buffer, int32_t index);
 
 // Writes the error report: a header with the trail, module and line of the newest failure
@@ -150,7 +150,7 @@ intptr_t ErrGetText(char* buffer, int32_t index);
 // that is shown. ERR_REPORT_FULL shows every level and text, and clears the stack. `target` is a
 // handle, where a text goes on a new line unless it is the first and fits the console's width; null
 // means standard error when standard output is a console, else ReportBuffer. With
-// ERR_REPORT_COMPOSE it is a buffer of the caller's with room for everything. Without a code to
+// ERR_REPORT_COMPOSE it is a buffer of the caller's that holds everything. Without a code to
 // show nothing is written and nothing cleared. Returns 0.
 int32_t ErrReport(void* target, uint32_t mode);
 

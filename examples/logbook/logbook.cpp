@@ -1,6 +1,6 @@
 // A logbook: stamps lines into a file that never grows beyond its limit.
 //
-//   logbook add TEXT      a line with date and time; the oldest ones go when room is needed
+//   logbook add TEXT      a line with date and time; the oldest ones go when the book is full
 //   logbook list [WORD]   the lines, numbered; those with the word, in any case
 //
 // Settings stand in logbook.ini beside the program, in the current folder, or along %path%:
@@ -58,7 +58,7 @@ uint32_t Limit() {
   return limit;
 }
 
-// Makes room for a line at the end, by as many lines from the beginning as it takes.
+// Frees the bytes for a line at the end, by dropping as many lines from the beginning as it takes.
 void MakeRoom(uint32_t length) {
   const FileObject* file = CurrentFile;
   uint64_t wanted = uint64_t{file->nSize} + length;

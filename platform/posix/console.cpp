@@ -38,7 +38,7 @@ struct Cells {
     return column < columns && row < rows ? attributes[row * columns + column] : kOwnColours;
   }
 
-  // Makes room for a window. False when there is no memory; everything is as it was then.
+  // Gets the memory for a window. False when there is no memory; everything is as it was then.
   bool Cover(COORD size) {
     if (size.X <= columns && size.Y <= rows) return true;
     const int width = std::max<int>(size.X, columns), height = std::max<int>(size.Y, rows);

@@ -114,25 +114,25 @@ constexpr HandleKind kSearchKind = {EndSearch, true};
 // current directory) that has not begun; null with the last error set. A relative directory is
 // remembered by its full name, since the caller may go elsewhere meanwhile.
 Search* NewSearch(const char* path, uint32_t length, Detail detail) {
-  char home[PATH_MAX];
-  size_t homeLength = 0;
-  if (path[0] != '/' && getcwd(home, sizeof home - 1)) {
-    homeLength = strlen(home);
-    if (home[homeLength - 1] != '/') home[homeLength++] = '/';
+  char folder[PATH_MAX];
+  size_t folderLength = 0;
+  if (path[0] != '/' && getcwd(folder, sizeof folder - 1)) {
+    folderLength = strlen(folder);
+    if (folder[folderLength - 1] != '/') folder[folderLength++] = '/';
   }
-  size_t total = homeLength + length;
+  size_t total = folderLength + length;
   Search* search = static_cast<Search*>(malloc(sizeof(Search) + total + 1));
   if (!search) return Fail(ERROR_NOT_ENOUGH_MEMORY), nullptr;
   char* full = reinterpret_cast<char*>(search + 1);
-  memcpy(full, home, homeLength);
-  memcpy(full + homeLength, path, length);
+  memcpy(full, folder, folderLength);
+  memcpy(full + folderLength, path, length);
   full[total] = 0;
   search->path = full;
   search->pathLength = static_cast<uint32_t>(total);
   search->detail = detail;
   search->position = 0;
   search->upper = CurrentUpper();
-  search->directory = AcquireDirectory(length ? full + homeLength : ".");
+  search->directory = AcquireDirectory(length ? full + folderLength : ".");
   if (search->directory) return search;
   free(search);
   return nullptr;

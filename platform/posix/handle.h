@@ -15,7 +15,7 @@ struct HandleKind {
   bool kept = false;          // CloseHandle refuses such a handle
 };
 
-// Makes room for `count` more handles, so that opening them cannot fail. False after setting
+// Makes place for `count` more handles, so that opening them cannot fail. False after setting
 // ERROR_NOT_ENOUGH_MEMORY, or ERROR_TOO_MANY_OPEN_FILES when the table is at its limit.
 bool ReserveHandles(uint32_t count);
 

@@ -233,26 +233,26 @@ char* MapAt(char* base, size_t size, const Way& way) {
   return errno = EEXIST, nullptr;
 }
 
-// Where the last view began that was placed, or ended that was given back: the room below is often
+// Where the last view began that was placed, or ended that was given back: the gap below is often
 // free, and trying it is one system call where a search takes four.
-uintptr_t roomEnd = 0;
+uintptr_t gapEnd = 0;
 
 // Maps at any multiple of the granularity. Returns the address, or null with errno set.
 char* MapAnywhere(size_t size, const Way& way) {
-  const size_t room = RoundUp(size, kGranularity);
-  if (roomEnd > room + kGranularity) {
-    if (char* view = MapAt(reinterpret_cast<char*>(roomEnd - room), size, way)) return view;
+  const size_t extent = RoundUp(size, kGranularity);
+  if (gapEnd > extent + kGranularity) {
+    if (char* view = MapAt(reinterpret_cast<char*>(gapEnd - extent), size, way)) return view;
   }
   // More than is needed, of which an aligned part is used and the rest is given back.
-  void* block = mmap(nullptr, room + kGranularity, PROT_NONE,
+  void* block = mmap(nullptr, extent + kGranularity, PROT_NONE,
                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (block == MAP_FAILED) return nullptr;
   char* start = static_cast<char*>(block);
-  char* end = start + room + kGranularity;
+  char* end = start + extent + kGranularity;
   char* base = start + (-reinterpret_cast<uintptr_t>(start) & (kGranularity - 1));
   if (mmap(base, size, way.protection, way.flags | MAP_FIXED, way.descriptor, 0) == MAP_FAILED) {
     int number = errno;
-    munmap(start, room + kGranularity);
+    munmap(start, extent + kGranularity);
     return errno = number, nullptr;
   }
   char* behind = base + RoundUp(size, static_cast<size_t>(getpagesize()));
@@ -273,7 +273,7 @@ char* Place(char* base, size_t size, const Way& way) {
     bool taken = base && (number == EEXIST || number == EPERM || number == EINVAL);
     return Fail(taken ? ERROR_INVALID_ADDRESS : ErrorFromErrno(number)), nullptr;
   }
-  if (!base) roomEnd = reinterpret_cast<uintptr_t>(view);
+  if (!base) gapEnd = reinterpret_cast<uintptr_t>(view);
   return view;
 }
 
@@ -348,7 +348,7 @@ BOOL UnmapViewOfFile(const void* view) {
            MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0) == MAP_FAILED) {
     return Fail(ERROR_NOT_ENOUGH_MEMORY);
   }
-  roomEnd = reinterpret_cast<uintptr_t>(extent->base) + RoundUp(extent->size, kGranularity);
+  gapEnd = reinterpret_cast<uintptr_t>(extent->base) + RoundUp(extent->size, kGranularity);
   Leave(extent);
   free(extent);
   return TRUE;

@@ -149,8 +149,8 @@ void PutBack(int what) {
         facts.stx_rdev_minor != deviceMinor) {
       continue;
     }
-    pollfd room = {descriptor, POLLOUT, 0};
-    if (poll(&room, 1, kPatience) <= 0 || write(descriptor, text, length) > 0) return;
+    pollfd output = {descriptor, POLLOUT, 0};
+    if (poll(&output, 1, kPatience) <= 0 || write(descriptor, text, length) > 0) return;
   }
 }
 

@@ -99,12 +99,12 @@ class Expansion {
   // there is none, or after a failure.
   bool Fetch(size_t name, uint32_t* length) {
     for (;;) {
-      DWORD room = static_cast<DWORD>(in_ - out_);
+      DWORD capacity = static_cast<DWORD>(in_ - out_);
       const char* text = buf_->pData + in_ + name;
-      *length = GetEnvironmentVariableA(text, buf_->pData + out_, room);
+      *length = GetEnvironmentVariableA(text, buf_->pData + out_, capacity);
       // An empty value is a value, too.
       if (*length == 0 && GetEnvironmentVariableA(text, nullptr, 0) == 0) return false;
-      if (*length < room) return true;
+      if (*length < capacity) return true;
       if (!Widen(*length)) return false;
     }
   }

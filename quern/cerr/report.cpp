@@ -132,8 +132,8 @@ int32_t CountTexts(int32_t index) {
 struct Output {
   HANDLE handle;  // null: the buffer
   char* at;
-  size_t room;     // bytes that are left there, one of them for the terminator
-  uint32_t width;  // columns of a line, for a handle
+  size_t capacity;  // bytes that are left there, one of them for the terminator
+  uint32_t width;   // columns of a line, for a handle
 
   void Put(const char* text, size_t length) {
     if (length == 0) return;
@@ -142,11 +142,11 @@ struct Output {
       WriteFile(handle, text, static_cast<DWORD>(length), &written, nullptr);
       return;
     }
-    if (length >= room) length = room - 1;
+    if (length >= capacity) length = capacity - 1;
     memcpy(at, text, length);
     at += length;
     *at = '\0';
-    room -= length;
+    capacity -= length;
   }
 };
 
@@ -204,8 +204,8 @@ intptr_t ErrGetText(char* buffer, int32_t index) {
   return reinterpret_cast<intptr_t>(buffer);
 }
 
-void ErrCompose(char* buffer, size_t room, uint32_t mode) {
-  Write({nullptr, buffer, room, 0}, mode);
+void ErrCompose(char* buffer, size_t capacity, uint32_t mode) {
+  Write({nullptr, buffer, capacity, 0}, mode);
 }
 
 int32_t ErrReport(void* target, uint32_t mode) {

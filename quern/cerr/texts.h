@@ -23,9 +23,9 @@ inline constexpr uint32_t kReadableText = 1024;  // bytes of a text that must be
 // ErrText with a prepared argument list.
 const char* ErrTextList(uint32_t code, va_list arguments);
 
-// ErrReport into a buffer of `room` bytes (at least one), where what is longer is cut. An untouched
-// buffer when there is no code to show.
-void ErrCompose(char* buffer, size_t room, uint32_t mode);
+// ErrReport into a buffer of `capacity` bytes (at least one), where what is longer is cut. An
+// untouched buffer when there is no code to show.
+void ErrCompose(char* buffer, size_t capacity, uint32_t mode);
 
 // Frees the blocks that earlier texts of a stack live in because its message buffer moved.
 void ErrFreeRetired(const ErrorStack* owner);

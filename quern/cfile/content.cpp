@@ -32,7 +32,7 @@ struct Tail {
 
   char* bytes = nullptr;
   uint32_t start = 0;  // where they begin in the file. Compat: as many are written back
-  uint32_t room = 0;
+  uint32_t size = 0;
   long position = 0;  // of the stream before the edit
 };
 
@@ -44,8 +44,8 @@ bool ReadTail(FileObject* file, uint32_t pos, uint32_t length, Tail* tail) {
   if (!Seek(file, start)) return ErrRaise(kModule, 804, 3), false;
   tail->start = static_cast<uint32_t>(start);
   uint32_t behind = file->nSize - std::min(file->nSize, tail->start);
-  tail->room = std::max(tail->start, behind);
-  tail->bytes = static_cast<char*>(calloc(1, std::max(tail->room, 1u)));
+  tail->size = std::max(tail->start, behind);
+  tail->bytes = static_cast<char*>(calloc(1, std::max(tail->size, 1u)));
   if (!tail->bytes) return ErrRaise(kModule, 806, 4), false;
   if (fread(tail->bytes, 1, behind, file->pStream) < behind) clearerr(file->pStream);
   Seek(file, pos);
@@ -127,7 +127,7 @@ bool EditAtLimit(FileObject* file, char* pos, uint32_t length, const void* newBy
   if (tail.bytes) {
     kept = std::min(kept, tail.start);
     region = tail.bytes + tail.start - kept;
-    readable = tail.room - tail.start + kept;
+    readable = tail.size - tail.start + kept;
   } else {
     uint32_t start = file->nSize - kept;
     region = file->pView + start;

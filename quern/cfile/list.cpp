@@ -102,7 +102,7 @@ bool NextRoot(FileFinder* finder, const char* roots, const char* patterns) {
   return !watch.Raised();
 }
 
-// Writes the name to report into the room at `to` and sets its length; false when it does not fit.
+// Writes the name to report to `to` and sets its length; false when it does not fit.
 bool WriteName(char* to, const char* found, uint32_t flags, uint32_t* length) {
   size_t size = strlen(found);
   to[0] = '\0';
@@ -181,9 +181,9 @@ bool Wanted(uint32_t state, uint32_t flags) {
   return (state == FIND_FILE && !(flags & FL_NO_FILES)) || (state == FIND_DIR && (flags & FL_DIRS));
 }
 
-// Copies a counted text into a field of `room` bytes; raises 2 when it does not fit.
-bool CopyText(char* to, uint32_t room, const char* text, size_t length) {
-  if (length >= room) return ErrRaise(kModule, 1478, 2), false;
+// Copies a counted text into a field of `capacity` bytes; raises 2 when it does not fit.
+bool CopyText(char* to, uint32_t capacity, const char* text, size_t length) {
+  if (length >= capacity) return ErrRaise(kModule, 1478, 2), false;
   memmove(to, text, length);
   to[length] = '\0';
   return true;

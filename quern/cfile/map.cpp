@@ -222,7 +222,7 @@ int32_t FileReserve(uint32_t size) {
   }
   uint64_t extent = Rounded(size);
   if (extent > kLargestFile) return ErrRaiseText(kModule, 526, 14, kTooLarge, kLargestFile / 1000);
-  if (extent >= file->nMaxSize) {  // no room for a reserve
+  if (extent >= file->nMaxSize) {  // nothing is left for a reserve
     file->pExtView = nullptr;
     return 0;
   }

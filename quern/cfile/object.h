@@ -1,4 +1,4 @@
-// The file object, an instance of class 'FILE': what every room of this module works on.
+// The file object, an instance of class 'FILE': what every file of this module works on.
 #pragma once
 
 #include <cstdint>

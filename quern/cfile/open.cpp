@@ -243,8 +243,8 @@ FileObject* FileOpen(void* object, const char* name, uint32_t flags) {
   }
   if (flags & FO_MAPPED) {
     if (FileMap(mapSize) != 0) return ErrRaise(kModule, 241, 7), nullptr;
-    bool room = file->hMap && file->nMapped > file->nSize && (file->fFlags & FO_WRITE);
-    if ((flags & FO_ZERO_END) && room) file->pView[file->nSize] = '\0';
+    bool behind = file->hMap && file->nMapped > file->nSize && (file->fFlags & FO_WRITE);
+    if ((flags & FO_ZERO_END) && behind) file->pView[file->nSize] = '\0';
   }
   return CurrentFile;
 }

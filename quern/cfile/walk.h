@@ -17,7 +17,7 @@ inline constexpr uint32_t WALK_END = 6;
 // Gets a code and the entry as the search gives it, or null. Its result is not looked at.
 using WalkCallback = uint32_t (*)(uint32_t code, const WIN32_FIND_DATAA* entry);
 
-// Walks the directory in `path`, a buffer with room for the deepest path, where names are added and
+// Walks the directory in `path`, a buffer for the deepest path, where names are added and
 // cut off again. A null or empty `pattern` matches no file. Only entries whose attributes are
 // exactly a directory's are directories here: one that is read-only is reported with WALK_FILE when
 // its name matches, and not entered.

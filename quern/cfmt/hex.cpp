@@ -59,7 +59,7 @@ uint32_t GroupBytes(uint32_t digits, uint32_t left) {
 }
 
 // At least as many bytes as the text has.
-uint64_t RoomFor(uint32_t length, uint32_t digits, uint32_t flags) {
+uint64_t CapacityFor(uint32_t length, uint32_t digits, uint32_t flags) {
   bool chars = flags & FMT_CHARS;
   uint32_t step = chars ? 1 : std::max(GroupBytes(digits, length), 1u);
   uint32_t around = flags & FMT_TEXT ? digits + 2 : chars ? 0 : 1;
@@ -192,9 +192,9 @@ char* FmtHex(const void* data, uint32_t length, char* output, uint32_t flags) {
     bytes = reinterpret_cast<const uint8_t*>(MemBufSet(&copy, data, length));
     if (!bytes) return nullptr;
   }
-  uint64_t room = RoomFor(length, digits, flags);
+  uint64_t capacity = CapacityFor(length, digits, flags);
   char* made =
-      MemBufSet(text, nullptr, static_cast<uint32_t>(std::min<uint64_t>(room, UINT32_MAX)));
+      MemBufSet(text, nullptr, static_cast<uint32_t>(std::min<uint64_t>(capacity, UINT32_MAX)));
   if (made) {
     const char* end = Write(made, bytes, length, digits, flags);
     made = MemBufSet(text, nullptr, static_cast<uint32_t>(end - made));

@@ -37,10 +37,10 @@ inline constexpr uint32_t FMT_TEXT = 0x20000000;   // per group as many characte
                                                    // and the digits (or the character) in brackets
 
 // Formats `length` bytes (0xFFFFFFFF: a terminated text) as hex digits in groups with a blank
-// between them, or as the flags say, with a terminator. Writes to `output`, which must have room
-// (it may be `data` itself), or without one, or one in it, into the formatter's buffer, where the
-// text stays until the next call. Returns the text, or null after raising 1 (no data), 1000 (no
-// formatter) or the codes of a buffer without memory.
+// between them, or as the flags say, with a terminator. Writes to `output`, which must have the
+// capacity (it may be `data` itself), or without one, or one in it, into the formatter's buffer,
+// where the text stays until the next call. Returns the text, or null after raising 1 (no data),
+// 1000 (no formatter) or the codes of a buffer without memory.
 char* FmtHex(const void* data, uint32_t length, char* output, uint32_t flags);
 
 // How FmtUnhex stores a number, least significant byte first.

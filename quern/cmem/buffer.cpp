@@ -33,14 +33,14 @@ inline uint64_t WholeGranules(uint64_t n, uint32_t granule) {
 }
 
 void* ResizeBlock(void* block, uint64_t newSize, uint32_t oldSize, uint32_t granule) {
-  uint64_t room = WholeGranules(newSize, granule);
+  uint64_t capacity = WholeGranules(newSize, granule);
   if (!block) {
-    void* fresh = room > kLargestBlock ? nullptr : calloc(1, room);
+    void* fresh = capacity > kLargestBlock ? nullptr : calloc(1, capacity);
     if (!fresh) ErrRaise(kModule, 370, 1);
     return fresh;
   }
   if (newSize <= WholeGranules(oldSize, granule)) return block;
-  void* moved = room > kLargestBlock ? nullptr : realloc(block, room);
+  void* moved = capacity > kLargestBlock ? nullptr : realloc(block, capacity);
   if (!moved) ErrRaise(kModule, 376, 2);
   return moved;
 }
@@ -109,7 +109,7 @@ class Source {
 };
 
 // The runtime's bounded formatter by the rule of its first days: -1 when the text is longer than
-// the room, no terminator (within nAlloc) when it is just as long.
+// the capacity, no terminator (within nAlloc) when it is just as long.
 int32_t FormatInto(MemBuf* buf, const char* format, va_list arguments) {
   if (!buf->pData) return -1;
   va_list copy;
@@ -147,10 +147,10 @@ void* MemResize(void* block, uint32_t newSize, uint32_t oldSize, uint32_t granul
 }
 
 void* MemExtend(void* block, uint32_t count, uint32_t used, uint32_t granule) {
-  void* room = ResizeBlock(block, uint64_t{used} + count, used, granule);
-  if (!room) return ErrRaise(kModule, 388, 2), nullptr;
-  char* added = static_cast<char*>(room) + used;
-  if (block) memmove(added, room, count);
+  void* larger = ResizeBlock(block, uint64_t{used} + count, used, granule);
+  if (!larger) return ErrRaise(kModule, 388, 2), nullptr;
+  char* added = static_cast<char*>(larger) + used;
+  if (block) memmove(added, larger, count);
   return added;
 }
 

@@ -22,7 +22,7 @@ static_assert(sizeof(void*) != 4 || sizeof(MemBuf) == 16);
 // arithmetic: values beyond its range come out as that arithmetic has them.
 uint32_t MemAlign(uint32_t n, uint32_t granule);
 
-// Gives a raw block room for `newSize` bytes, where it had room for `oldSize`, in whole granules. A
+// Makes a raw block of `oldSize` bytes one of `newSize`, in whole granules. A
 // new block is zeroed; bytes that a growth adds are not. Returns the block to use from now on, or
 // null after raising 1 (no memory for a new block) or 2 (none to grow; the old block stays valid).
 void* MemResize(void* block, uint32_t newSize, uint32_t oldSize, uint32_t granule);
@@ -85,7 +85,7 @@ bool MemBufMoves(const MemBuf* buf, uint64_t size);
 // MemBufAdd for any record and source.
 char* MemBufAppend(MemBuf* buf, const void* src, uint32_t count);
 
-// Small pieces are appended in the caller's own code while the block certainly has room for them:
+// Small pieces are appended in the caller's own code while the block certainly can hold them:
 // with granule and capacity powers of two and multiples of them, a few instructions tell.
 inline char* MemBufAdd(MemBuf* buf, const void* src, uint32_t count) {
   if (!buf || !src || !buf->pData) return MemBufAppend(buf, src, count);

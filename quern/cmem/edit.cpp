@@ -109,13 +109,13 @@ void ApplyInPlace(Notes notes, char* block, uint32_t length) {
 
 // Builds the edited text of `source`, a copy of the noted block or the block itself, at `out`.
 void ApplyInto(Notes notes, const char* noted, const char* source, uint32_t sourceLength, char* out,
-               uint32_t room) {
+               uint32_t capacity) {
   uint64_t read = 0;
   auto put = [&](const char* bytes, uint64_t count) {
-    count = std::min<uint64_t>(count, room);
+    count = std::min<uint64_t>(count, capacity);
     if (bytes) memmove(out, bytes, count);
     out += count;
-    room -= static_cast<uint32_t>(count);
+    capacity -= static_cast<uint32_t>(count);
   };
   for (const MemEdit* edit = notes.begin; edit < notes.end; ++edit) {
     uint64_t at = static_cast<uint64_t>(edit->pOld - noted);

@@ -37,7 +37,7 @@ struct MemEdit {
   char* pOld;  // within the noted block
   uint32_t nOld;
   uint32_t unusedOld;
-  const char* pNew;  // read when the edits are applied; null leaves room for nNew bytes
+  const char* pNew;  // read when the edits are applied; null leaves a gap of nNew bytes
   uint32_t nNew;
   uint32_t unusedNew;
 };
@@ -49,7 +49,7 @@ inline constexpr uint32_t MEM_APPLY = 0x00400000;   // apply the noted edits to 
 
 // Replaces `oldLength` bytes at `pos` of a block of `length` bytes by `newLength` bytes of the
 // caller's (null: whatever comes to stand there) and returns by how much the contents grew. The
-// caller provides room for growth.
+// caller provides the memory to grow into.
 //
 // With MEM_RECORD the edit is noted, for positions as they are before any noted edit, and nothing
 // is changed. With MEM_APPLY all noted edits are made in one pass over the block that they were

@@ -11,10 +11,11 @@
 namespace quern {
 namespace {
 
-// Appends within a room. A piece that does not fit makes the text end there, for good.
+// Appends within a capacity. A piece that does not fit makes the text end there, for good.
 class Writer {
  public:
-  Writer(char* text, size_t room) : at_(text), end_(text + std::min<size_t>(room, INT_MAX)) {}
+  Writer(char* text, size_t capacity)
+      : at_(text), end_(text + std::min<size_t>(capacity, INT_MAX)) {}
 
   char* At() const { return at_; }
   bool Character(char c) {
@@ -85,14 +86,14 @@ FormatCall ResolveFormat(const char* format, va_list arguments) {
   return {format, va_arg(arguments, PassedList)};
 }
 
-int FormatText(char* text, size_t room, const char* format, va_list arguments) {
-  Writer writer(text, room);
+int FormatText(char* text, size_t capacity, const char* format, va_list arguments) {
+  Writer writer(text, capacity);
   va_list plain;
   va_copy(plain, arguments);
   bool written = WritePlain(&writer, format, plain);
   va_end(plain);
   return written ? static_cast<int>(writer.At() - text) - 1
-                 : vsnprintf(text, room, format, arguments);
+                 : vsnprintf(text, capacity, format, arguments);
 }
 
 }  // namespace quern

@@ -19,14 +19,14 @@ constexpr uint32_t kNoObject = 13;
 
 constexpr auto kLineLevel = static_cast<int32_t>(0xC0000000);
 
-constexpr uint32_t kHomeBits = 20;
-constexpr uint32_t kHomeMask = (1u << kHomeBits) - 1;
+constexpr uint32_t kSlotBits = 20;
+constexpr uint32_t kSlotMask = (1u << kSlotBits) - 1;
 
 // Compat: an entry in the last probe counts for nothing.
 constexpr uint32_t kProbes = 5;
 
-uint32_t HomeIn(uint32_t idHash) { return idHash & kHomeMask; }
-uint32_t CountIn(uint32_t idHash) { return idHash >> kHomeBits; }
+uint32_t FirstSlotIn(uint32_t idHash) { return idHash & kSlotMask; }
+uint32_t CountIn(uint32_t idHash) { return idHash >> kSlotBits; }
 
 HashNode* Entries(const MemBuf* pool) { return reinterpret_cast<HashNode*>(pool->pData); }
 uint32_t EntryCount(const MemBuf* pool) {
@@ -43,12 +43,12 @@ struct Remembered {
   void Take(const Hash& hash) { *this = {hash.pHash, hash.nHash, hash.pmbLinear}; }
 };
 
-// The slots from `home` on, at distances 0, 1, 4, 9 and 16.
+// The slots from `first` on, at distances 0, 1, 4, 9 and 16.
 struct Probe {
   uint32_t slot;
   uint32_t made;
 
-  void Begin(uint32_t home) { *this = {home, 0}; }
+  void Begin(uint32_t first) { *this = {first, 0}; }
   HashNode* Next(const Remembered& of) {
     if (slot >= of.slots) slot %= of.slots;
     HashNode* entry = of.table + slot;
@@ -66,8 +66,8 @@ struct Search {
   int32_t (*compare)(const HashKey* key, const HashKey* entry);
   bool underWay;
   HashKey key;
-  uint32_t home;
-  uint32_t remaining;  // entries of the home that were not seen yet
+  uint32_t first;
+  uint32_t remaining;  // entries of that first slot that were not seen yet
   Probe probe;         // probes beyond kProbes are entries of the pool
 } search;
 
@@ -100,16 +100,16 @@ void Tell(const char* name, const Hash& hash, const HashNode& entry) {
         static_cast<int32_t>(entry.nData), key ? key : "");
 }
 
-// A free entry for one whose home is `home`, which is never slot 0: among the probes, else in the
-// pool, which grows by one when it must. Null without a place, or after a raise.
-HashNode* FreePlace(uint32_t home) {
-  uint32_t budget = 5;  // entries of the same home that are passed over
+// A free entry for one whose first slot is `first`, which is never slot 0: among the probes, else
+// in the pool, which grows by one when it must. Null without a place, or after a raise.
+HashNode* FreePlace(uint32_t first) {
+  uint32_t budget = 5;  // entries of the same first slot that are passed over
   Probe probe;
-  probe.Begin(home);
+  probe.Begin(first);
   while (probe.made < kProbes) {
     HashNode* entry = probe.Next(addition);
     if (entry->idHash == 0 && probe.made < kProbes) return entry;
-    if (HomeIn(entry->idHash) == home) --budget;
+    if (FirstSlotIn(entry->idHash) == first) --budget;
   }
   MemBuf* pool = addition.pool;
   if (!pool) return nullptr;
@@ -117,7 +117,7 @@ HashNode* FreePlace(uint32_t home) {
   for (uint32_t i = 0; i < count && budget > 0; ++i) {
     HashNode* entry = Entries(pool) + i;
     if (entry->idHash == 0) return entry;
-    if (HomeIn(entry->idHash) == home) --budget;
+    if (FirstSlotIn(entry->idHash) == first) --budget;
   }
   auto* added = reinterpret_cast<HashNode*>(MemBufAdd(pool, nullptr, sizeof(HashNode)));
   if (!added) ErrRaiseText(kModule, 1410, 1, kNoMemory);
@@ -126,11 +126,11 @@ HashNode* FreePlace(uint32_t home) {
 
 // The next entry of the search, or null when it has ended.
 HashNode* NextFound() {
-  auto isOfHome = [](const HashNode* entry) { return HomeIn(entry->idHash) == search.home; };
+  auto isOfSlot = [](const HashNode* entry) { return FirstSlotIn(entry->idHash) == search.first; };
   auto isEqual = [](const HashNode* entry) { return search.compare(&search.key, entry) == 0; };
   while (search.remaining > 0 && search.probe.made < kProbes) {
     HashNode* entry = search.probe.Next(search.of);
-    if (!isOfHome(entry)) continue;
+    if (!isOfSlot(entry)) continue;
     --search.remaining;
     if (isEqual(entry) && search.probe.made < kProbes) return entry;
   }
@@ -138,7 +138,7 @@ HashNode* NextFound() {
   while (search.remaining > 0 && search.probe.made - kProbes < count) {
     HashNode* entry = Entries(search.of.pool) + (search.probe.made - kProbes);
     if (entry->idHash == 0) break;
-    if (isOfHome(entry)) {
+    if (isOfSlot(entry)) {
       --search.remaining;
       if (isEqual(entry)) return entry;
     }
@@ -147,21 +147,21 @@ HashNode* NextFound() {
   return nullptr;
 }
 
-// Another entry with a home whose own entry was removed; null when there is none.
-HashNode* Another(const Hash& hash, uint32_t home) {
+// Another entry of a first slot whose own entry was removed; null when there is none.
+HashNode* Another(const Hash& hash, uint32_t first) {
   Remembered of;
   of.Take(hash);
-  auto isOfHome = [home](const HashNode* entry) {
-    return entry->idHash != 0 && HomeIn(entry->idHash) == home;
+  auto isOfSlot = [first](const HashNode* entry) {
+    return entry->idHash != 0 && FirstSlotIn(entry->idHash) == first;
   };
-  if (refill.made == 0) refill.Begin(home);
+  if (refill.made == 0) refill.Begin(first);
   while (refill.made < kProbes) {
     HashNode* entry = refill.Next(of);
-    if (isOfHome(entry) && refill.made < kProbes) return entry;
+    if (isOfSlot(entry) && refill.made < kProbes) return entry;
   }
   for (; refill.made - kProbes < EntryCount(of.pool); ++refill.made) {
     HashNode* entry = Entries(of.pool) + (refill.made - kProbes);
-    if (isOfHome(entry)) return entry;
+    if (isOfSlot(entry)) return entry;
   }
   refill.made = 0;
   return nullptr;
@@ -262,14 +262,14 @@ HashNode* MemHashAdd(Hash* hash, const void* data, uint32_t length, uintptr_t as
   if (!hash || !hash->pHash || hash->nHash == 0) return nullptr;
   if (!addition.Knows(*hash)) addition.Take(*hash);
   if (hash->pHash == kMemHashPending && !MakeTable(hash)) return nullptr;
-  uint32_t home = hash->cbfHash(data, length) % addition.slots;
-  HashNode* at = addition.table + home;
+  uint32_t first = hash->cbfHash(data, length) % addition.slots;
+  HashNode* at = addition.table + first;
   HashNode* target = at;
   uint32_t count = 0;
-  if (uint32_t occupant = HomeIn(at->idHash)) {
+  if (uint32_t occupant = FirstSlotIn(at->idHash)) {
     target = FreePlace(occupant);
     if (!target) return nullptr;
-    if (occupant == home) {
+    if (occupant == first) {
       count = CountIn(at->idHash);
     } else {  // it was here for want of a better place, and moves on
       *target = *at;
@@ -279,7 +279,7 @@ HashNode* MemHashAdd(Hash* hash, const void* data, uint32_t length, uintptr_t as
   target->pData = data;
   target->nData = length;
   target->nState = 0;
-  target->idHash = home | (count + 1) << kHomeBits;
+  target->idHash = first | (count + 1) << kSlotBits;
   target->pAssoc = assoc;
   at->idHash = target->idHash;
   ++hash->nCount;
@@ -298,9 +298,9 @@ HashNode* MemHashGet(Hash* hash, const void* data, uint32_t length, int32_t mode
   }
   if (!search.underWay) {
     search.key = {data, length};
-    search.home = hash->cbfHash(data, length) % search.of.slots;
-    search.remaining = CountIn(search.of.table[search.home].idHash);
-    search.probe.Begin(search.home);
+    search.first = hash->cbfHash(data, length) % search.of.slots;
+    search.remaining = CountIn(search.of.table[search.first].idHash);
+    search.probe.Begin(search.first);
   }
   HashNode* entry = NextFound();
   search.underWay = entry && mode == MEM_HASH_NEXT;
@@ -312,7 +312,7 @@ const HashKey* MemHashDel(Hash* hash, const void* data, uint32_t length) {
   static HashKey key;
   if (!hash || !data) return ErrLast = 1, nullptr;
   if (!HasTable(*hash) || hash->nHash == 0) return nullptr;
-  hash->cbfHash(data, length);  // its home, of which no count is left
+  hash->cbfHash(data, length);  // its first slot, of which no count is left
   key = {data, length};
   return &key;
 }
@@ -320,9 +320,9 @@ const HashKey* MemHashDel(Hash* hash, const void* data, uint32_t length) {
 const HashNode* MemHashRemove(Hash* hash, HashNode* entry) {
   static HashNode removed;
   bool good = hash && entry && HasTable(*hash) && entry->idHash != 0;
-  if (!good || HomeIn(entry->idHash) >= hash->nHash) return ErrLast = 1, nullptr;
-  uint32_t home = HomeIn(entry->idHash);
-  HashNode* at = hash->pHash + home;
+  if (!good || FirstSlotIn(entry->idHash) >= hash->nHash) return ErrLast = 1, nullptr;
+  uint32_t first = FirstSlotIn(entry->idHash);
+  HashNode* at = hash->pHash + first;
   uint32_t count = CountIn(at->idHash);
   entry->idHash = 0;
   removed = *entry;
@@ -336,11 +336,11 @@ const HashNode* MemHashRemove(Hash* hash, HashNode* entry) {
   }
   if (--count == 0) return &removed;
   if (entry == at) {
-    const HashNode* another = Another(*hash, home);
+    const HashNode* another = Another(*hash, first);
     if (!another) return ErrRaiseText(kModule, 1366, 1, kNoObject), nullptr;
     *at = *another;
   }
-  at->idHash = home | count << kHomeBits;
+  at->idHash = first | count << kSlotBits;
   return &removed;
 }
 

@@ -1,12 +1,12 @@
 // A table from byte keys to words, with a few probes per key and an overflow pool behind them.
 //
-// An addition or lookup looks at four slots, at distances 0, 1, 4 and 9 from the key's home (the
-// slot that its hash value names), then at the pool. Keys are not copied. Additions and lookups are
+// An addition or lookup looks at four slots, at distances 0, 1, 4 and 9 from the key's first slot
+// (which its hash value names), then at the pool. Keys are not copied. Additions and lookups are
 // told to the trace, at level 0xC0000000, which no threshold drops.
 //
-// The limits of the encoding are part of it: no more than 2^20 slots (with more, homes and counts
-// run into each other, and keys are lost), 4095 entries of a home; and an entry whose home is slot
-// 0 counts as free there, so that the next key that needs the slot replaces it.
+// The limits of the encoding are part of it: no more than 2^20 slots (with more, first slots and
+// counts run into each other, and keys are lost), 4095 entries of a first slot; and an entry whose
+// first slot is 0 counts as free there, so that the next key that needs the slot replaces it.
 //
 // The slot count, the pool and the comparison of the hash used last are remembered by its table:
 // what a caller changes in the record itself is seen only after another hash was used.
@@ -26,8 +26,8 @@ struct HashKey {
 // A slot or pool entry.
 struct HashNode : HashKey {
   uint32_t nState;   // the caller's; 0 at first
-  uint32_t idHash;   // 0: free. The home in the low 20 bits; above them, in the entry that occupies
-                     // its home, how many entries have it
+  uint32_t idHash;   // 0: free. The first slot in the low 20 bits; above them, in the entry that
+                     // occupies it, how many entries have it
   uintptr_t pAssoc;  // the word that the key stands for
 };
 static_assert(sizeof(void*) != 4 || sizeof(HashNode) == 20);
@@ -78,15 +78,15 @@ HashNode* MemHashGet(Hash* hash, const void* data, uint32_t length, int32_t mode
 inline constexpr int32_t MEM_HASH_NEXT = -1;
 inline constexpr int32_t MEM_HASH_RESET = -2;  // ends the search; null
 
-// Compat: removes nothing; the count of the key's slot is shifted away twice. Returns a record of
-// the key that every call overwrites; null without a table, and for a null argument, after
-// setting ErrLast to 1.
+// Compat: removes nothing; the count of the key's first slot is shifted away twice. Returns a
+// record of the key that every call overwrites; null without a table, and for a null argument,
+// after setting ErrLast to 1.
 const HashKey* MemHashDel(Hash* hash, const void* data, uint32_t length);
 
-// Removes an entry and returns a copy of it, which every call overwrites. From its home another
-// entry is put there, which stays where it is, too; the search for it goes on where the last one
-// ended. Null after setting ErrLast to 1 (a free entry, or none), or after raising 1 (no other
-// entry to put there).
+// Removes an entry and returns a copy of it, which every call overwrites. From its first slot
+// another entry is put there, which stays where it is, too; the search for it goes on where the
+// last one ended. Null after setting ErrLast to 1 (a free entry, or none), or after raising 1 (no
+// other entry to put there).
 const HashNode* MemHashRemove(Hash* hash, HashNode* entry);
 
 // Frees table and pool; the record is left as it is. Returns 0, or minus ErrLast after raising 1.

@@ -83,8 +83,8 @@ char* MemPoolAdd(MemBuf* buf, const void* src, uint32_t n) {
   // Zeros behind as many headers as there are bytes, if they are still in the chunk.
   uint64_t zeros = static_cast<uint64_t>(piece - buf->pData) + uint64_t{n} * kHeader;
   if (zeros < buf->nAlloc) {
-    uint64_t room = buf->nAlloc - zeros;
-    memset(buf->pData + zeros, 0, std::min<uint64_t>(room, kMemTerminator));
+    uint64_t left = buf->nAlloc - zeros;
+    memset(buf->pData + zeros, 0, std::min<uint64_t>(left, kMemTerminator));
   }
   ChunkOf(buf)->nUsed += n;
   return piece;

@@ -78,7 +78,7 @@ uint32_t MemFindAnyOfs(const void* block, int32_t length, const void* set, uint3
 // shrank (wrapped around when they grew): the new length is length less the result. Of the flags
 // only MEM_NOCASE counts. A null replacement leaves the bytes as the move left them.
 //
-// The caller's block has room for what the contents grow to. Nothing behind that, and behind the
+// The caller's block can hold what the contents grow to. Nothing behind that, and behind the
 // block's length, is read or written.
 //
 // After each replacement the scan runs on by the replacement's length and one byte past the data
@@ -92,7 +92,7 @@ uint32_t MemReplaceAll(void* block, uint32_t length, const void* pattern, uint32
 
 // Replaces each byte that MemFindAny finds, in place. Returns by how many bytes the contents grew
 // (wrapped around when they shrank): the new length is length plus the result. The caller's block
-// has room for that. The length is unsigned here and in MemCountAny: none is negative.
+// can hold that. The length is unsigned here and in MemCountAny: none is negative.
 //
 // After a copy the scan goes on at the replacement's second byte, so members in the replacement are
 // replaced in turn. It does not count the bytes that were added: it stops so much before the end,

@@ -133,14 +133,14 @@ size_t TablesOf(const ScanDef* first) {
   return members + 256 * sizeof(ScanMoment);
 }
 
-// Fills a group, whose tables begin at `room`.
-void Describe(const ScanForm& form, const ScanDef* first, ScanGroup* group, char* room) {
+// Fills a group, whose tables begin at `tables`.
+void Describe(const ScanForm& form, const ScanDef* first, ScanGroup* group, char* tables) {
   group->nId = first->nId;
   group->masked = (first->fFlags & SCAN_MASKED) != 0;
   group->pFirst = first;
   group->pEnd = EndOf(first);
   Nature nature = NatureOf(first, group->pEnd);
-  auto* pieces = nature.list ? nullptr : reinterpret_cast<ScanMoment*>(room);
+  auto* pieces = nature.list ? nullptr : reinterpret_cast<ScanMoment*>(tables);
   auto* members = nature.list || nature.run ? nullptr : reinterpret_cast<ByteSet*>(pieces + 256);
   group->pPieces = pieces;
   group->pMembers = members;
@@ -224,10 +224,10 @@ bool ScanCompile(ScanDef** index, const ScanDef* table, const ScanDef* end) {
   form->pGroups = static_cast<ScanGroup*>(calloc(1, static_cast<size_t>(size) + 1));
   if (!form->pGroups) return false;
   ScanGroup* group = form->pGroups;
-  char* room = reinterpret_cast<char*>(form->pGroups + form->nGroups);
+  char* memory = reinterpret_cast<char*>(form->pGroups + form->nGroups);
   ForEachSymbol(index, table, end, [&](const ScanDef* first) {
-    Describe(*form, first, group++, room);
-    room += TablesOf(first);
+    Describe(*form, first, group++, memory);
+    memory += TablesOf(first);
   });
   uint64_t count = 0;
   ForEachTry(*form, [&](int byte, const ScanTry&) { ++form->begin[byte + 1], ++count; });

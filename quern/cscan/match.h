@@ -23,7 +23,7 @@ namespace quern {
 // (a negative one does not); a record whose kind does not exist ends the process.
 ScanToken* ScanSymbol(int32_t id);
 
-// --- for the rooms of this module ----------------------------------------------------------------
+// --- for the files of this module ----------------------------------------------------------------
 
 // The token of the first symbol of the table, in its order, that the match function of the current
 // scanner finds; null when it finds none. Nothing must be pending.

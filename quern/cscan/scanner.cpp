@@ -216,10 +216,10 @@ uint32_t ScanReadLine() {
   if (!scanner || !scanner->pFile || !scanner->pFile->pStream) return 0;
   FILE* stream = scanner->pFile->pStream;
   char* block = scanner->mbSource.pData;
-  uint32_t room = scanner->mbSource.nAlloc;  // what a line end needs beyond it, a buffer has
+  uint32_t capacity = scanner->mbSource.nAlloc;  // what a line end needs beyond it, a buffer has
   uint32_t count = 0;
   bool ended = false;
-  while (count < room && !ended) {
+  while (count < capacity && !ended) {
     int c = getc(stream);
     if (c == EOF) break;
     block[count++] = static_cast<char>(c);
@@ -231,7 +231,7 @@ uint32_t ScanReadLine() {
       fseek(stream, -1, SEEK_CUR);
     }
   }
-  if (room != 0) block[count] = '\0';
+  if (capacity != 0) block[count] = '\0';
   return count;
 }
 

@@ -58,7 +58,7 @@ char* ScanSetValue(const char* text, uint32_t length);
 char* ScanAddValue(const char* text, uint32_t length);
 
 // Moves the position, within the text, and sets the status; at the end of a streamed text it reads
-// more. For the rooms of this module.
+// more. For the files of this module.
 void ScanAdvance(ptrdiff_t delta);
 
 }  // namespace quern

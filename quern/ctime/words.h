@@ -12,7 +12,7 @@ uint32_t StrWordLen(const char* text);
 
 // Puts double quotes around a text that holds a blank, a tab or a double quote, after removing the
 // quotes within it; a text that begins and ends with one already, or needs none, stays as it is.
-// Writes a terminator behind what it changed: `text` has room for `length` + 3 bytes. Returns the
+// Writes a terminator behind what it changed: `text` can hold `length` + 3 bytes. Returns the
 // new length.
 uint32_t StrQuote(char* text, uint32_t length);
 
