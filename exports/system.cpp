@@ -43,5 +43,5 @@ int32_t TAVRIX_CALL XProcStart(char* commandLine) {
   DWORD code;
   GetExitCodeProcess(process.hProcess, &code);  // not passed on
   CloseHandle(process.hProcess);
-  return 0;  // the thread handle stays open: one a call, which callers of old may count on
+  return 0;  // the thread handle stays open: one leaked per call (Compat)
 }

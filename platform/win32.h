@@ -133,13 +133,13 @@ DWORD GetTickCount();
 
 // --- debug ---------------------------------------------------------------------------------------
 
-// Hands a text to who listens: the variable TAVRIX_DEBUG_OUTPUT, read once, at the first use, names
-// a file that texts are appended to, or "stderr". Without it, and where the file cannot be opened,
-// the text is dropped. The last error is left alone.
+// Sends a string to the debug output. The variable TAVRIX_DEBUG_OUTPUT names it: a file that
+// strings are appended to, or "stderr". It is read once, at the first use. Without it, and when the
+// file cannot be opened, the string is dropped. The last error is left alone.
 //
-// Nobody is waited for: where a pipe or a terminal takes no more, the text is lost, of a text of
-// more than PIPE_BUF bytes the lines that are left. A terminal may take part of a line; the next
-// text then begins on a line of its own.
+// The call never waits. When a pipe or a terminal takes no more, the string is lost; of a string of
+// more than PIPE_BUF bytes, the lines that are left are lost. A terminal may take part of a line;
+// the next string then begins on a new line.
 void OutputDebugStringA(const char* text);
 
 // --- handle --------------------------------------------------------------------------------------

@@ -293,7 +293,7 @@ BOOL CreateProcessA(const char* application, char* commandLine, SECURITY_ATTRIBU
   }
   *process = {child, false, 0, nullptr};
   information->hProcess = OpenHandle(kProcessKind, process);
-  // The object of a thread says nothing: a slot is all that it costs.
+  // Threads carry no state: a handle costs a slot and no memory.
   static char threads;
   information->hThread = OpenHandle(kThreadKind, &threads);
   information->dwProcessId = information->dwThreadId = static_cast<DWORD>(child);

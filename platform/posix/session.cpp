@@ -17,7 +17,7 @@ constexpr HandleKind kTokenKind = {CloseToken};
 BOOL OpenProcessToken(HANDLE process, DWORD, HANDLE* token) {
   using namespace posix_layer;
   if (process != GetCurrentProcess()) return Fail(ERROR_INVALID_HANDLE);
-  // The object says nothing: a token costs a place in the table.
+  // Tokens carry no state: a handle costs a slot and no memory.
   static char tokens;
   *token = OpenHandle(kTokenKind, &tokens);
   return *token != nullptr;

@@ -1,13 +1,13 @@
-// Small routines that the console module has always had.
+// Exit registration, ASCII lower-casing, formatting.
 #pragma once
 
 #include <cstdint>
 
 namespace quern {
 
-// Registers the library's clean-up for the end of the process, when it is not yet, and then
-// `function` (when `enroll` is not 0), which so runs before the clean-up. 0, or -1 when the runtime
-// refused.
+// Registers the library's clean-up for the end of the process, unless it is registered, and then
+// `function` (unless `enroll` is 0), so that it runs before the clean-up. Returns 0, or -1 when the
+// runtime refused.
 int32_t CslAtExit(void (*function)(), uint32_t enroll);
 
 // Plus 32 for 'A' to 'Z'; every other character as it is.

@@ -10,7 +10,7 @@
 
 namespace quern {
 
-// In their stored order; the lookup is linear, so only the last place matters.
+// The code-0 row must be last. Texts are fixed, typos included.
 const MessageRow MessageTable[] = {
     {1, "   Fatal error: No error handler is defined", 0x0000},
     {4, "   Fatal error: Stack for errors exceeded limits", 0x0000},

@@ -13,7 +13,7 @@ namespace quern {
 //
 // It is searched for in its own directory, when the path has one, then in the current one, then in
 // those of %path%, and opened as FileOpen does, in a new object; when it is nowhere, by its bare
-// name. Searching is FileList's: an enumeration that runs is disturbed.
+// name. It searches with FileList, which ends any enumeration in progress.
 //
 // Returns the object; null after raising 1 (no extension, or no path of the program), 2 (an empty
 // base name, or a path of 260 bytes and more), or what FileOpen raises.

@@ -30,15 +30,15 @@ extern void (*FileResizedHook)(FileObject* file);
 // by how much the data grew; 0 also after raising
 //   1 `pos` is outside the data      2 the bytes are the file's own
 //   3 no such place in the stream    4 no memory
-//   5 the edit was not made          6 an edit that would pass nMaxSize was not made
+//   5 the edit was not made, within nMaxSize      6 the same, at nMaxSize
 // Below 5 and 6 stands the reason: what FileResize raised; 1, nothing is mapped; 2, the range is
 // not within the data or beyond the mapped bytes, or the view is for reading; nothing, when the
 // stream did not take the bytes. A mapped file's bytes are then unchanged, but nSize may have
 // moved: to the size that the edit asked for, or to nMaxSize. Closing pads the file with zeros, or
 // cuts it, to nSize: set it back with FileResize first.
 //
-// A stream gets the new bytes and then as many bytes behind them as stand in front of the end of
-// the old range. Compat: what follows is filled up with zeros or cut.
+// Compat: a stream gets the new bytes, then `pos` + `length` bytes of what followed the old range,
+// filled up with zeros or cut.
 //
 // An edit that would pass nMaxSize makes the data that large, with the new bytes cut, and then
 // smaller again by the offset of the last separator within the last bytes of the data, as many as

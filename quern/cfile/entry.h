@@ -1,8 +1,8 @@
-// The module's functions on a file that is named, for callers outside of it: each leaves the
-// current file as it was (null when that file was deleted meanwhile).
+// The module's functions on a given file object. Each leaves the current file as it was (null when
+// that file was deleted meanwhile).
 //
-// The functions that edit take any file object; they return 0 (FileObjResize the failure's value)
-// when it is none, and then leave the current file as FileSelect does. They are not reentrant.
+// The functions that edit return 0 (FileObjResize the failure's value) if `object` is not a file
+// object; the current file may then change. They are not reentrant.
 #pragma once
 
 #include <cstdint>

@@ -45,9 +45,8 @@ void* ResizeBlock(void* block, uint64_t newSize, uint32_t oldSize, uint32_t gran
   return moved;
 }
 
-// Grows a block to at least `need` bytes. The heap is asked for more than that, so that appending
-// takes it linear time in the end; nAlloc speaks of whole granules alone, whatever the heap has
-// given.
+// Grows a block to at least `need` bytes. It asks the heap for half as much again, so that
+// appending takes linear time in all. nAlloc counts whole granules, not slack.
 bool Grow(MemBuf* buf, uint64_t need) {
   if (need > kLargestBlock) return ErrRaise(kModule, 439, 2), false;
   if (MemBufMoves(buf, need)) {

@@ -30,7 +30,7 @@ class Writer {
     return error == std::errc();
   }
   bool Text(const char* text) {
-    if (!text) return false;  // what stands for it is the runtime's
+    if (!text) return false;  // let vsnprintf print null its own way
     size_t length = strnlen(text, static_cast<size_t>(end_ - at_));
     memcpy(at_, text, length);
     at_ += length;

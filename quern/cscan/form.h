@@ -1,4 +1,4 @@
-// A table as the matcher likes it: what may begin with which byte.
+// The compiled table, indexed by first byte.
 #pragma once
 
 #include <cstdint>
@@ -38,8 +38,8 @@ struct ScanGroup {
   bool masked;  // the mode is that of the scanner; else 0
   const ScanDef* pFirst;
   const ScanDef* pEnd;  // behind the last one
-  // When each byte is a piece behind another one, as far as sets and ranges say that stand in front
-  // of everything else that could take part there. Null for texts alone.
+  // Per byte: contexts in which it continues a token, by sets and ranges that come before every
+  // other record that could apply there. Null for texts alone.
   const ScanMoment* pPieces;
   const ByteSet* pMembers;  // of each record's set or ranges; null where nothing else is there
   ByteSet starts;           // bytes that a token may begin with in some mode

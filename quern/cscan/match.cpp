@@ -70,7 +70,7 @@ const char* MatchText(const ScanForm& form, const ScanDef& record, const char* a
   return ScanIsWord(record) && at != end && IsWordByte(*at) ? nullptr : at;
 }
 
-// Where pieces end that a table has for a moment.
+// First byte that does not continue the token.
 inline const char* Behind(const ScanMoment* pieces, ScanMoment when, const char* at,
                           const char* end) {
   while (at != end && (pieces[ByteAt(at)] & when)) ++at;

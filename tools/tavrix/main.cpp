@@ -32,7 +32,8 @@ uint64_t LongNumber(const char* option, const std::string& text, uint64_t most) 
     used = 0;
   }
   if (used == 0 || used != text.size() || text.front() == '-' || number > most)
-    throw CLI::ValidationError(option, "'" + text + "' is no number up to " + std::to_string(most));
+    throw CLI::ValidationError(option,
+                               "'" + text + "' is not a number from 0 to " + std::to_string(most));
   return number;
 }
 

@@ -456,7 +456,7 @@ void AddMemoryCommands(CLI::App& app, int& result) {
   CLI::Option* addresses = dump->add_flag("--address", options->addresses,
                                           "Label the lines as addresses, from that of the "
                                           "memory read into");
-  dump->add_flag("--file-offset", options->fileOffsets, "Head the labels as file offsets")
+  dump->add_flag("--file-offset", options->fileOffsets, "Title the offset column FileOffset")
       ->excludes(addresses);
   dump->callback([=, &result] { result = Dump(*options); });
 
