@@ -81,8 +81,6 @@ TEST(Chain, AddsWhereTheModeNames) {
     add 6 #0 : 1 ; 1<. 5>6 6<5 ]6, add 7 #1 : 6 ; 5>7 6<. 7<5 ]7)");
   Expect(3, R"(
     add> 3 = : 3 ; #4 2>3 3<2 ]3, add< 4 != : 4 ; #5 0<4 4>0 [4, add 5 < : 3 ; 2>5 3<. 5<2 ]5)");
-  Expect(0, R"(
-    add 0 |< : . !3 ; #1 [0 ]0, add 1 |< : 0 ; [1 ]1, add 2 >> : 1 ; [2 ]2)");
 }
 
 TEST(Chain, NamesElements) {

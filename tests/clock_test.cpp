@@ -13,7 +13,6 @@ TEST(Clock, StampsShowThePartsAskedFor) {
     const char* stamp;
   } kRows[] = {
       {&time, STAMP_DATE | STAMP_SECONDS, "50829.000000.3"},
-      {&time, STAMP_TIME, "14:07:09"},
       {&time, STAMP_DATE | STAMP_MILLIS, "05.03.2001 14:07:09:042"},
       {&time, STAMP_SECONDS | STAMP_TIME, "50829.000000.3 14:07:09"},
       {&wild, STAMP_SECONDS, "362504.000000.3"},
@@ -38,8 +37,7 @@ TEST(Clock, WatchTextsAreTheSameOnEverySystem) {
 
 TEST(Clock, TheWatchRunsStopsAndBeginsAnew) {
   EXPECT_EQ(TimeWatch(0, 0), nullptr);
-  for (DWORD start = GetTickCount(); GetTickCount() - start < 30;) {
-  }
+  Sleep(30);
   const std::string text = TimeWatch(0, 0);
   EXPECT_TRUE(text >= "0.015" && text < "0.900") << text;
   EXPECT_EQ(TimeWatch(0, WATCH_RESTART), nullptr);

@@ -62,7 +62,6 @@ TEST(Errors, EntriesMakeTheTrail) {
 c5 c3 r i-1 = 0305
 c1 r c5 c3 r i-1 c2 i0 = 0305.01 02.0305
 c5 c3 t1 r c1 r i-1 = 01:0305
-c1 r c2 i0 r c3 i0 = 02.01 03.02
 c1 r c0 r i-1 = 01
 c1 r c2 h r i0 c3 r i-1 = none 03.01
 c1 r h c2 r i-1 i0 = 01 none
@@ -93,7 +92,6 @@ TEST(Errors, ReportsAreComposed) {
       R"(A80000013 n a64 p0 p1 n = -19 2 -100 Error 100 (M7): Error 100:19 (M7): Failed to open x 3
 A80000013 a64 p1 p40000000 n = -19 -100 Error 100:19 (M7): Failed to open x Error 100:19 (M7): 0
 c1 t123 r1 p40000000 = Error 01 (M7): Reference by illegal pointer 0x00000123
-c1 t0 r1 p40000000 = Error 01 (M7): Reference by illegal pointer 0x00000000
 B9 sFFFE g l n b = -9 none 1@341 0 Trace 01:09 (CERR341): below
 B8 sFFFE c3 r3 p40000000 n l b = -8 Error 03:08 (8): 0 0@341 Trace 01.03:08 (CERR341): below
 B7 F p0 = -7 Error 07 (8): below)");

@@ -101,10 +101,6 @@ TEST(Format, DumpsShowLabelsDigitsAndCharacters) {
   EXPECT_EQ(Printed([] { FmtDump("x", 0x80000000, 0, 0); }), "");
 }
 
-std::string Struct(const FieldDesc* table, const void* data, uint32_t width) {
-  return Printed([&] { FmtStructWithin(table, data, width); });
-}
-
 // Sizes that no number has show nothing: of 3 bytes the next field is behind them, of others in
 // their place. Members of a group are numbered behind the field that leads it, and show its value.
 // Rows without a name end nothing among the names.
@@ -128,7 +124,7 @@ TEST(Format, StructuresByField) {
       {0, 0, nullptr, 0, 0, nullptr}};
   unsigned char bytes[40] = {0x3F, 1};
   for (unsigned char i = 2; i < sizeof bytes; ++i) bytes[i] = i;
-  EXPECT_EQ(Struct(table, bytes, 0),
+  EXPECT_EQ(Printed([&] { FmtStructWithin(table, bytes, 0); }),
             "\nstruct sample:\n"
             "    ushort wFlags             = 0x013f            // c ALPHA|BETA LOW OTHER [108]\n"
             "    char   three              \n"
@@ -142,22 +138,6 @@ TEST(Format, StructuresByField) {
   EXPECT_EQ(FmtStructFind(table, 3, 0), table + 2);
   EXPECT_EQ(FmtStructFind(table, 0, FIELD_BIT), table + 2);
   EXPECT_EQ(FmtStructFind(table, 99, 1)->pszName, nullptr);
-}
-
-TEST(Format, NamesWrapAtTheWidth) {
-  const FieldDesc table[] = {
-      {0, FIELD_STRUCT, "s", 0, 0, nullptr},     {0, FIELD_UNSIGNED | 4, "f", 0, 0, nullptr},
-      {0, FIELD_BIT, "ONE", 1, 0, nullptr},      {0, FIELD_BIT, "TWO", 2, 0, nullptr},
-      {0, FIELD_BIT, "FOUR", 4, 0, nullptr},     {0, FIELD_BIT, "EIGHT", 8, 0, nullptr},
-      {0, FIELD_BIT, "SIXTEEN", 16, 0, nullptr}, {0, 0, nullptr, 0, 0, nullptr}};
-  const uint32_t all = 0x7F;
-  const std::string line = "\nstruct s:\n    u      f                  = 0x0000007f";
-  const std::pair<uint32_t, const char*> kRows[] = {
-      {0, " ONE|TWO|FOUR|EIGHT|SIXTEEN [60]\n"},
-      {64, "\n        ONE|TWO|FOUR|EIGHT [60]\n"},
-      {1, "\n        \n        TWO\n        FOUR\n        EIGHTSIXTEEN [60]\n"},
-  };
-  for (auto [width, names] : kRows) EXPECT_EQ(Struct(table, &all, width), line + names) << width;
 }
 
 }  // namespace

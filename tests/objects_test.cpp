@@ -2,6 +2,10 @@
 
 #include "tests/support/test.h"
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace quern {
 namespace {
 
@@ -109,7 +113,9 @@ TEST(Objects, AttachingChecksInOrder) {
       {&fresh, kTag, 8, kSmall, "", 0},    {nullptr, kTag, 8, kSmall, "", 0},
       {nullptr, 0, 8, 99, "05", 1},        {nullptr, kTag, 0, 99, "06", 1},
   };
-  tavrix_test::LeakExpected leak;  // the block stays allocated on two paths
+#ifdef __SANITIZE_ADDRESS__
+  __lsan::ScopedDisabler leaks;  // the block stays allocated on two paths
+#endif
   ErrRaise("test", 1, 1), ErrClear();
   fresh.value = 5;
   for (const auto& row : kRows) {
@@ -121,8 +127,7 @@ TEST(Objects, AttachingChecksInOrder) {
   }
   EXPECT_TRUE(fresh.value == 5 && !ClassLists[8]);
   Thing* variable = &fresh;
-  EXPECT_EQ(ClsDetach(1, nullptr), -1);
-  EXPECT_EQ(ClsDetach(kTag, &variable), -2);
+  EXPECT_TRUE(ClsDetach(1, nullptr) == -1 && ClsDetach(kTag, &variable) == -2);
 }
 
 // Links are followed as they are, whatever a caller made of the words.

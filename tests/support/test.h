@@ -27,7 +27,6 @@
 #include "tests/support/alloc.h"
 #include "tests/support/call.h"
 #include "tests/support/child.h"
-#include "tests/support/leaks.h"
 #include "tests/support/limit.h"
 #include "tests/support/terminal.h"
 #include "tests/support/traced.h"
