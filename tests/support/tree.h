@@ -3,12 +3,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 namespace tavrix_test {
 
