@@ -2,8 +2,8 @@
 # name, builds it and, where the name says so, runs its tests.
 #
 #   make               build/linux: libTavrix32.so, libquern.a, tavrix, the tests
-#   make run           that, then the program on this project's own folder (same as scripts/run)
-#   make test          that, then the tests (same as scripts/test)
+#   make run           the program alone, and runs it on this project's own folder (same as scripts/run)
+#   make test          all of it, then the tests (same as scripts/test)
 #   make test-x86      the same tests as a 32-bit program
 #   make test-asan     the same tests under the address and undefined-behaviour sanitizers
 #   make test-faults   those tests alone that let every allocation and system call fail in turn
