@@ -1,6 +1,4 @@
 # Checks what LIBRARY shows to the world and asks of it. On Windows its client checks the exports.
-#
-#   cmake -D LIBRARY=file -D WINDOWS=0|1 -D NM=nm -D OBJDUMP=objdump -D OBJCOPY=objcopy -P exports_check.cmake
 
 function(run result)
   execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)

@@ -36,7 +36,6 @@
 #include "tests/support/trial.h"
 
 #ifndef _WIN32
-#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <locale.h>
@@ -47,7 +46,6 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/statfs.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>

@@ -37,6 +37,13 @@ std::string Traced(Body body) {
   return lines;
 }
 
+// A number for a text (FNV-1a), in place of one that is too long to be written down.
+inline uint64_t Sum(std::string_view text) {
+  uint64_t sum = 14695981039346656037u;
+  for (unsigned char byte : text) sum = (sum ^ byte) * 1099511628211u;
+  return sum;
+}
+
 // A line as printf makes it.
 inline std::string Line(const char* format, ...) {
   char line[512];
